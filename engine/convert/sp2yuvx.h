@@ -1,0 +1,36 @@
+// CPU expansion of semi-planar YUV 4:2:0 frames (a luma plane followed by a
+// plane of interleaved chroma byte pairs) into packed pixels a texture can
+// hold: "yuvx" (Y, C0, C1, 0xFF) or "yuv" (Y, C0, C1). Chroma bytes keep the
+// order of the source plane; each pair serves the 2 x 2 pixels it covers.
+//
+// No checks and no logging: callers keep the preconditions of each form
+// (widths a multiple of 16, or 32 for the crop form; even heights, even x
+// and y).
+#ifndef POSTEFFECT_ENGINE_SP2YUVX_H
+#define POSTEFFECT_ENGINE_SP2YUVX_H
+
+// Whole frame, compact output (row pitch width x 4 bytes).
+void sp2yuvx(void* dst, const void* src, int width, int height);
+// Whole frame, output row pitch dstStride pixels; the bytes past width x 4 of
+// each output row are left untouched.
+void sp2yuvx(void* dst, int dstStride, const void* src, int width, int height);
+// The w x h rectangle at (x, y) of a frame with srcStride-byte rows and
+// srcHeight luma rows; compact output (row pitch w x 4 bytes).
+void sp2yuvx(void* dst, const void* src, int srcStride, int srcHeight, int x, int y, int w, int h);
+// Whole frame to 3-byte pixels, row pitch width x 3 bytes.
+void sp2yuv(void* dst, const void* src, int width, int height);
+
+// The rectangle (rx, ry, rw, rh) of a frame to "yuvx" with row pitch
+// dstStride pixels, padded to the right up to dstStride and downwards up to
+// dstHeight rows by repeating its last column and its last row.
+void sp2yuvxs(void* dst, int dstStride, int dstHeight, const void* src, int srcStride,
+              int srcHeight, int rx, int ry, int rw, int rh);
+// The same with the chroma plane given by its own pointer (its rows have the
+// luma plane's pitch).
+void sp2yuvxs(void* dst, int dstStride, int dstHeight, const void* srcY, const void* srcUV,
+              int srcStride, int srcHeight, int rx, int ry, int rw, int rh);
+// The same without a destination height, hence without bottom padding.
+void sp2yuvxs(void* dst, int dstStride, const void* src, int srcStride, int srcHeight, int rx,
+              int ry, int rw, int rh);
+
+#endif
