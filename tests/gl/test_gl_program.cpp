@@ -686,11 +686,17 @@ TEST_F(GLProgramBinaryTest, BadBinariesFailCleanly) {
             << "case " << i << "\n"
             << m_log.Dump();
         EXPECT_EQ(0, m_log.Count("invalid shader length")) << "case " << i;
+        // Whatever GL error the driver raised was taken by LoadBinary.
+        EXPECT_EQ(GL_NO_ERROR, glGetError()) << "case " << i;
         // The unlinked program is kept; using it fails through the GL check.
         EXPECT_TRUE(glIsProgram(prog.GetProgram()));
         EXPECT_EQ(0, prog.Use()) << "case " << i;
         EXPECT_EQ(GL_NO_ERROR, glGetError()) << "case " << i;
     }
+    // The unknown format was reported as the GL error it is.
+    EXPECT_TRUE(m_log.Has(ANDROID_LOG_ERROR, "GECommon",
+                          "[LoadBinary] ERROR, glProgramBinaryOES failed with error: 0x500"))
+        << m_log.Dump();
     // An unlinked program has no binary to save.
     std::string other = m_path + ".unlinked";
     EXPECT_EQ(0, prog.SaveBinary(other.c_str()));
