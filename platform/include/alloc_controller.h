@@ -2,6 +2,8 @@
 #ifndef POSTEFFECT_HOST_ALLOC_CONTROLLER_H
 #define POSTEFFECT_HOST_ALLOC_CONTROLLER_H
 
+#include <stdint.h>
+#include <utils/RefBase.h>
 #include <utils/StrongPointer.h>
 
 #include "memalloc.h"

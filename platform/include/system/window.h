@@ -8,6 +8,11 @@
 extern "C" {
 #endif
 
+#define ANDROID_NATIVE_MAKE_CONSTANT(a, b, c, d) \
+    (((unsigned)(a) << 24) | ((unsigned)(b) << 16) | ((unsigned)(c) << 8) | (unsigned)(d))
+// common.magic of every native window buffer; common.version is its size.
+#define ANDROID_NATIVE_BUFFER_MAGIC ANDROID_NATIVE_MAKE_CONSTANT('_', 'b', 'f', 'r')
+
 typedef struct android_native_base_t {
     int magic;
     int version;

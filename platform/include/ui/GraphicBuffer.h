@@ -13,6 +13,10 @@
 
 #include "gralloc_priv.h"
 
+namespace gehost {
+struct HostBuffer;
+}
+
 namespace android {
 
 typedef int32_t PixelFormat;
@@ -28,7 +32,9 @@ public:
     GraphicBuffer();
     GraphicBuffer(uint32_t width, uint32_t height, PixelFormat format, uint32_t usage);
 
-    // NO_ERROR when the memory was allocated and mapped.
+    // NO_ERROR when the memory was allocated and mapped; NO_INIT for the
+    // default-constructed buffer, BAD_VALUE for a zero size or a format the
+    // host does not allocate, NO_MEMORY when the memory cannot be had.
     status_t initCheck() const { return mInitCheck; }
 
     uint32_t getWidth() const { return (uint32_t)width; }
@@ -43,9 +49,16 @@ public:
     status_t lock(uint32_t usage, void** vaddr);
     status_t unlock();
 
-    // Bytes per pixel of a HAL pixel format, 0 for the ones the host does not
-    // allocate.
+    // Bytes per pixel of a HAL pixel format: 4, 3 or 2 for the RGB formats
+    // (RGBA_8888, RGBX_8888, RGB_888, RGB_565); 0 for the YUV formats, whose
+    // planes differ in depth, and for the ones the host does not allocate.
     static int bytesPerPixel(PixelFormat format);
+    // Bytes of a buffer of `format` with `stride` pixels per row and `height`
+    // rows (the chroma planes included), 0 for a format the host does not
+    // allocate. The host allocates RGBA_8888, RGBX_8888, RGB_888, RGB_565 and
+    // the camera's YUV formats YCrCb_420_SP (NV21), YCbCr_422_SP (NV16) and
+    // YV12 (whose chroma rows are stride / 2 bytes long).
+    static size_t bufferSize(PixelFormat format, uint32_t stride, uint32_t height);
 
 protected:
     ~GraphicBuffer() override;
@@ -55,6 +68,8 @@ private:
     GraphicBuffer& operator=(const GraphicBuffer&) = delete;
 
     status_t mInitCheck;
+    native_handle_t* mpHandle;   // the private handle, owned
+    gehost::HostBuffer* mpHost;  // the coherence record, owned
 };
 
 }  // namespace android
