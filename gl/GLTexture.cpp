@@ -115,6 +115,16 @@ int GLTexture::Init(ANativeWindowBuffer* buf, unsigned format, unsigned type, un
         GE_LOGE(s_log, "%s", kBanner);
     }
 
+    // A second call replaces what the first one made, so that nothing leaks.
+    if (m_eglImage != EGL_NO_IMAGE_KHR) {
+        eglDestroyImageKHR(display, m_eglImage);
+        m_eglImage = EGL_NO_IMAGE_KHR;
+    }
+    if (m_nTexName != 0xFFFFFFFFu) {
+        glDeleteTextures(1, &m_nTexName);
+        m_nTexName = 0xFFFFFFFFu;
+    }
+
     m_eglImage = eglCreateImageKHR(display, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
                                    (EGLClientBuffer)buf, attribs);
     if (!CheckEGLError("GLTexture::Init", "eglCreateImageKHR")) {

@@ -67,6 +67,9 @@ public:
     unsigned GetType() const { return m_nType; }
     unsigned GetTarget() const { return m_nTarget; }
     bool IsST() const { return m_bST; }
+    // The graphics buffer that the format-based ST creation allocated; null
+    // for a normal texture and for a wrapped native buffer.
+    android::sp<android::GraphicBuffer> GetGraphicBuffer() const { return m_spGraphicBuffer; }
 
     // Keeps a reference-counted object alive for as long as this texture
     // (slot 0 or 1), for example the buffer an owner had wrapped. A later
