@@ -123,7 +123,11 @@ using namespace gehost;
 extern "C" {
 
 EGLDisplay __wrap_eglGetDisplay(EGLNativeDisplayType displayId) {
-    if (displayId != EGL_DEFAULT_DISPLAY || getenv("EGL_PLATFORM") != nullptr) {
+    if (displayId != EGL_DEFAULT_DISPLAY) {
+        return __real_eglGetDisplay(displayId);
+    }
+    if (getenv("EGL_PLATFORM") != nullptr) {
+        s_szPlatform = "environment";
         return __real_eglGetDisplay(displayId);
     }
     const char* clientExts = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);

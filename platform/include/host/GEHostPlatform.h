@@ -31,8 +31,8 @@ void GEHostDisplaySize(int* pWidth, int* pHeight);
 
 // The EGL platform that eglGetDisplay(EGL_DEFAULT_DISPLAY) chose last:
 // "surfaceless" (Mesa), "device" (EGL_EXT_platform_device), "default" (the
-// real default display), or "none" before the first call and when
-// EGL_PLATFORM in the environment left the choice to EGL.
+// real default display), "environment" (EGL_PLATFORM was set, EGL chose), or
+// "none" before the first call.
 const char* GEHostEGLPlatform();
 
 #endif
