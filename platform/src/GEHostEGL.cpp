@@ -157,23 +157,25 @@ EGLDisplay __wrap_eglGetDisplay(EGLNativeDisplayType displayId) {
 
 EGLBoolean __wrap_eglChooseConfig(EGLDisplay dpy, const EGLint* attribs, EGLConfig* configs,
                                   EGLint size, EGLint* num) {
-    if (attribs == nullptr) {
-        return __real_eglChooseConfig(dpy, attribs, configs, size, num);
-    }
+    // Surface types that no config of this display offers (windows on a
+    // surfaceless or device display) are dropped from the request; a request
+    // that names none asks for EGL's default, windows, and is treated alike.
     std::vector<EGLint> list;
-    for (const EGLint* p = attribs; *p != EGL_NONE; p += 2) {
+    bool bNamesType = false;
+    for (const EGLint* p = attribs; p != nullptr && *p != EGL_NONE; p += 2) {
         list.push_back(p[0]);
         list.push_back(p[1]);
+        bNamesType |= p[0] == EGL_SURFACE_TYPE;
+    }
+    if (!bNamesType) {
+        list.push_back(EGL_SURFACE_TYPE);
+        list.push_back(EGL_WINDOW_BIT);
     }
     list.push_back(EGL_NONE);
-    // Surface types that no config of this display offers (windows on a
-    // surfaceless or device display) are dropped from the request.
-    for (size_t i = 0; i + 1 < list.size(); i += 2) {
+    const EGLint offered = OfferedSurfaceTypes(dpy);
+    for (size_t i = 0; offered >= 0 && i + 1 < list.size(); i += 2) {
         if (list[i] == EGL_SURFACE_TYPE && list[i + 1] != EGL_DONT_CARE) {
-            EGLint offered = OfferedSurfaceTypes(dpy);
-            if (offered >= 0) {
-                list[i + 1] &= offered;
-            }
+            list[i + 1] &= offered;
         }
     }
     return __real_eglChooseConfig(dpy, list.data(), configs, size, num);
