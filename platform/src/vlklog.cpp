@@ -1,9 +1,9 @@
 // Host per-tag log masks, read from POSTEFFECT_LOG.
 //
 // POSTEFFECT_LOG is a list of TAG=MASK entries separated by ',' or ';', MASK
-// in C notation (0x16, 22); the tag "*" gives the mask of every tag not
-// named. Without the variable every tag logs errors only (0x10). Lines
-// without a tag match only "*".
+// in C notation (0x16, 22; an entry with anything else is skipped); the tag "*" gives the mask of
+// every tag not named. Without the variable every tag logs errors only (0x10). Lines without a tag
+// match only "*".
 #include <vlklog.h>
 
 #include <android/log.h>
@@ -25,7 +25,7 @@ int FindMask(const char* spec, const char* tag) {
             size_t keyLen = (size_t)(eq - p);
             char* stop = nullptr;
             unsigned long value = strtoul(eq + 1, &stop, 0);
-            bool valid = stop != eq + 1 && stop <= end && value <= 0xFF;
+            bool valid = stop != eq + 1 && stop == end && value <= 0xFF;
             if (valid) {
                 if (keyLen == 1 && p[0] == '*') {
                     wildcard = (int)value;
