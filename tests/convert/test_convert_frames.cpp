@@ -307,7 +307,7 @@ TEST_P(ConvertFrame, RectangleWithoutHeightHasNoBottomPadding) {
 // A large preview-sized frame, big enough for the streaming stores of the
 // runtime path.
 TEST_P(ConvertFrame, LargePreviewFrame) {
-    const int W = 2592, H = 2600;
+    const int W = 2048, H = 1600;
     const Frame f(W, H, 42);
     GuardedBuffer out(size_t(W) * H * 4, 0, 43);
     ASSERT_GE(out.Size(), kSP2YUVXStreamMinBytes);
