@@ -1,0 +1,81 @@
+// The effect manager: owns the worker thread's EGL display, context and
+// 1 x 1 pbuffer, the input texture over the camera-frame buffer and the one
+// current effect, and dispatches frames, parameters and crops to it.
+//
+// All calls come from the worker thread. Results are non-zero on success.
+#ifndef POSTEFFECT_ENGINE_GEMANAGER_H
+#define POSTEFFECT_ENGINE_GEMANAGER_H
+
+#include <EGL/egl.h>
+
+#include <system/window.h>
+
+#include "IPostEffect.h"
+
+class GEShader;
+class GLTexture;
+class GLFbo;
+
+class GEManager {
+public:
+    // Size of the effect table; index = effect number (0 is not an effect).
+    static const unsigned kEffectCount = 19;
+
+    // Brings EGL up; a failure is logged and makes later calls fail.
+    GEManager();
+    virtual ~GEManager();
+
+    // Wraps `buffer` as the input texture of the viewport (x, y, w, h) and
+    // reads the display size. texW, texH and the fourth argument are unused.
+    virtual bool Init(ANativeWindowBuffer* buffer, unsigned texW, unsigned texH, unsigned,
+                      unsigned x, unsigned y, unsigned w, unsigned h, IYUVConverter* conv);
+    // Deletes the effect and the input texture. Always true.
+    virtual bool Deinit();
+    // Replaces the current effect with a new instance of table entry `effect`,
+    // for capture or preview use.
+    virtual bool ChooseEffect(unsigned effect, unsigned char capture);
+    // One preview frame (the plug-in passes zeros).
+    virtual bool ProcFrame(unsigned, unsigned, int, int);
+    // One capture (capture mode only).
+    virtual bool ProcFrame(unsigned char* src, unsigned char* out, int w, int h);
+    virtual bool ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h);
+    // Group 1's first value is mapped from screen to viewport coordinates.
+    virtual int SetParam(unsigned group, int a, int b, int c, int d);
+    virtual void SetCrop(float x, float y, float w, float h);
+    // Copies the converted planes of the current effect to y and uv.
+    virtual bool MemcpyYUV(void* y, void* uv);
+    // Counts a frame; logs the rate every two seconds.
+    virtual void FPS();
+
+    bool m_bLandscaped;  // for Mirror, set by the plug-in
+
+protected:
+    // For test doubles of the plug-in: a manager that brings nothing up.
+    struct NoEGL {};
+    explicit GEManager(NoEGL);
+
+    EGLDisplay m_eglDisplay;
+    EGLConfig m_eglConfig;
+    EGLSurface m_eglSurface;
+    EGLContext m_eglContext;
+    bool m_bEGLReady;
+    bool m_bFrameReady;
+    unsigned m_nEffectCount;
+    bool m_bCaptureMode;
+    int m_nCurrEffect;
+    GEShader* m_pCurrShader;
+    GEShader* m_pShaderBypass;
+    GLTexture* m_pSrcTexture;
+    GLFbo* m_pDstFbo;
+    unsigned m_nEffectArg;
+    int m_nViewportX, m_nViewportY, m_nViewportW, m_nViewportH;
+    int m_nDispWidth, m_nDispHeight;
+    bool m_bUnused;
+    IYUVConverter* m_pConverter;
+
+private:
+    GEManager(const GEManager&) = delete;
+    GEManager& operator=(const GEManager&) = delete;
+};
+
+#endif

@@ -1,0 +1,146 @@
+// The effect base class.
+//
+// Fixes the contract through which the effect manager drives an effect, keeps
+// the state every effect shares (source texture, render rectangle, capture
+// flag, crop, the GPU YUV output converter) and owns the capture tile walks:
+// a capture is larger than the texture the GPU samples, so it is processed in
+// tiles of the texture's size, each fetched through the plug-in's
+// IYUVConverter, rendered by the effect's ProcBlock, converted to YUV on the
+// GPU and copied into the output image.
+//
+// An effect derives from GEShader, passes its log tag to the constructor,
+// stores its arguments and calls GEShader::Init from its own Init, renders
+// into m_pDstFbo in ProcBlock, and picks one of the walks for its capture
+// ProcFrame:
+//
+//     int GEShaderBloom::ProcFrame(unsigned char* src, unsigned char* out, int W, int H) {
+//         return WalkRuns(out, W, H);          // or WalkCropped(out, W, H)
+//     }
+//
+// The walks keep m_fTileTexCoord (the tile's part of the source texture) and
+// m_fGlobalTexCoord (the tile's place in the whole picture) current for
+// ProcBlock, in the vertex order of the shared quad (GLQuad.h).
+#ifndef POSTEFFECT_ENGINE_GESHADER_H
+#define POSTEFFECT_ENGINE_GESHADER_H
+
+#include <GLES2/gl2.h>
+#include <stdint.h>
+
+#include "IPostEffect.h"
+#include "gl/GELog.h"
+
+class GLTexture;
+class GLFbo;
+class GLProgRGBtoY;
+class GLProgRGBtoUV;
+
+class GEShader {
+public:
+    explicit GEShader(GELogTag& log);
+    virtual ~GEShader();
+
+    // The common part of every effect's Init (called after the effect stored
+    // the source texture, the render rectangle and the capture flag): keeps the
+    // converter, prepares the YUV output, creates the capture fence and sets
+    // the crop to the picture's part of the 32-aligned texture. 1 / 0.
+    virtual int Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w, unsigned h,
+                     unsigned char capture, IYUVConverter* conv);
+    // Frees the YUV output and the fence. Effects call it from their Deinit.
+    virtual int Deinit();
+    // Renders one block into m_pDstFbo and converts it to YUV.
+    virtual int ProcBlock(unsigned, unsigned, int, int) = 0;
+    // One preview frame.
+    virtual int ProcFrame(unsigned, unsigned, int, int) = 0;
+    // One capture of W x H pixels into `out` (luma plane, chroma plane after
+    // W x H bytes); the pixels come tile by tile from the converter.
+    virtual int ProcFrame(unsigned char* src, unsigned char* out, int w, int h) = 0;
+    // The same with both planes named: calls the form above with (y, out).
+    virtual int ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h);
+    virtual int SetParam(unsigned group, int, int, int, int) = 0;
+    // Crop in fractions of the picture; any component outside its range
+    // resets it to the full frame (0, 0, 1, 1). 1.
+    virtual int SetCrop(float x, float y, float w, float h);
+    // CPU addresses of the converter's output textures: the chroma plane and
+    // the luma plane.
+    virtual unsigned char* GetUVDataBuf();
+    virtual unsigned char* GetYDataBuf();
+    // Crop in pixels; an empty operation unless the effect gives it meaning.
+    virtual int SetCrop(int x, int y, int w, int h);
+
+    // Binds the source texture. 1 / 0.
+    int BindSrcTexture();
+
+    // The GPU YUV output converter. The effect renders its RGBA result into
+    // m_pYUVSrcTex (through m_pDstFbo); ConvertYUV packs it into the Y and
+    // chroma textures, whose buffers the CPU copies out.
+    int InitYUVConverter(int srcW, int srcH, int outW, int outH);
+    void DeinitYUVConverter();
+    int ConvertYUV(int x, int y);
+    int ConvertYUV(int x, int y, int w, int h);
+    int BlockCopyYUV(unsigned char* pDstYStart, unsigned char* pDstUVStart, int dstStride,
+                     int dstHeight, int x, int y, int w, int h);
+    int MemcpyYUV(void* pDstY, void* pDstUV);
+    int BlockCopy(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx, int sy);
+    int BlkCpyRGB565(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx, int sy);
+    int BlkCpyRGBA8888(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx,
+                       int sy);
+
+protected:
+    // The capture walks. Both refuse (0, with the effect's own error line)
+    // an effect that is not initialised, not in capture mode or without a
+    // converter.
+    //
+    // The run walk: tiles of the texture's size left to right, top to
+    // bottom, consecutive tiles overlapping by the given pixels; a right-hand
+    // tile is widened to a multiple of 32 and moved left to end at the edge.
+    int WalkRuns(unsigned char* out, int W, int H, unsigned overlapX = 0, unsigned overlapY = 0);
+    // The nested walk through the crop rectangle: rows, then columns, no
+    // overlap; a right-hand tile is widened to a multiple of 32 in place, and
+    // each tile's source rectangle is read through the crop.
+    int WalkCropped(unsigned char* out, int W, int H);
+
+    GELogTag& m_log;  // the effect's own tag
+
+    GLTexture* m_pSrcTexture;  // the frame texture, not owned
+    unsigned m_nRenderX, m_nRenderY;
+    unsigned m_nRenderW, m_nRenderH;
+    unsigned m_nRun;
+    unsigned m_nMaxRun;
+    unsigned m_nOverlapX, m_nOverlapY;
+    unsigned m_nTileX, m_nTileY;
+    unsigned m_nTileW, m_nTileH;
+    bool m_bInited;
+    bool m_bCapture;
+    GLuint m_nFence;
+    GLFbo* m_pDstFbo;  // the converter's source framebuffer, where effects render
+
+    // YUV output converter state.
+    int m_nYUVOutW, m_nYUVOutH;
+    int m_nYUVPlaneStride;  // bytes (and Y samples) per row of both planes
+    int m_nYUVUVHeight;
+    int m_nYUVSrcW, m_nYUVSrcH;
+    GLTexture* m_pYUVSrcTex;
+    GLTexture* m_pYTex;
+    GLFbo* m_pYFbo;
+    GLTexture* m_pUVTex;
+    GLFbo* m_pUVFbo;
+    GLProgRGBtoY* m_pProgRGBtoY;
+    GLProgRGBtoUV* m_pProgRGBtoUV;
+    GLfloat m_fYTileTexCoord[8];
+    GLfloat m_fUVTileTexCoord[8];
+
+    IYUVConverter* m_pConverter;  // not owned
+    float m_fCropX, m_fCropY, m_fCropW, m_fCropH;
+    unsigned m_nRefWidth, m_nRefHeight;
+    unsigned m_nArg;  // Init's second argument, kept for the effect
+
+    // Kept current by the walks for ProcBlock (and by Init for preview).
+    GLfloat m_fTileTexCoord[8];
+    GLfloat m_fGlobalTexCoord[8];
+
+private:
+    GEShader(const GEShader&) = delete;
+    GEShader& operator=(const GEShader&) = delete;
+};
+
+#endif
