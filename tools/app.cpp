@@ -1,0 +1,291 @@
+#include "app.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "contact.h"
+#include "harness.h"
+#include "imageio.h"
+#include "yuv.h"
+
+namespace {
+
+const int kThumbHeight = 240;
+const int kSheetColumns = 3;
+
+std::string Join(const std::string& dir, const std::string& name) {
+    if (dir.empty() || dir == ".") {
+        return name;
+    }
+    return dir.back() == '/' ? dir + name : dir + "/" + name;
+}
+
+bool HasExtension(const std::string& path, const char* ext) {
+    const size_t n = strlen(ext);
+    return path.size() >= n && path.compare(path.size() - n, n, ext) == 0;
+}
+
+std::string BaseName(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string Label(const EffectInfo& e) {
+    return (e.m_nNumber == 0 ? std::string("none") : std::string(e.m_szName)) + " (" +
+           std::to_string(e.m_nNumber) + ")";
+}
+
+std::string Ms(double ms) {
+    if (ms < 0) {
+        return "-";
+    }
+    char buf[32];
+    snprintf(buf, sizeof(buf), "%.2f ms", ms);
+    return buf;
+}
+
+// Writes a frame as a picture (by extension) or, for .nv21 / .yuv, as raw
+// NV21 bytes.
+bool WriteFrame(const std::string& path, const NV21Frame& frame, std::string* pErr) {
+    if (HasExtension(path, ".nv21") || HasExtension(path, ".yuv")) {
+        return WriteFileBytes(path, frame.m_vData.data(), frame.m_vData.size(), pErr);
+    }
+    RGBImage rgb;
+    Nv21ToRgb(frame, &rgb);
+    return WriteImage(path, rgb, pErr);
+}
+
+struct Scene {
+    RGBImage rgb;       // the picture as read
+    NV21Frame preview;  // scaled and cropped to the preview size
+    NV21Frame capture;  // the still, at the capture size
+};
+
+bool LoadScene(const ToolOptions& opts, const std::string& path, Scene* pScene, FILE* err) {
+    std::string msg;
+    NV21Frame raw;
+    if (opts.m_bNv21) {
+        std::vector<uint8_t> bytes;
+        if (!ReadFileBytes(path, &bytes, &msg)) {
+            fprintf(err, "posteffect: %s\n", msg.c_str());
+            return false;
+        }
+        const size_t nWant = NV21Frame::Bytes(opts.m_nNv21Width, opts.m_nNv21Height);
+        if (bytes.size() != nWant) {
+            fprintf(err, "posteffect: %s has %zu bytes; NV21 of %dx%d has %zu\n", path.c_str(),
+                    bytes.size(), opts.m_nNv21Width, opts.m_nNv21Height, nWant);
+            return false;
+        }
+        raw.m_nWidth = opts.m_nNv21Width;
+        raw.m_nHeight = opts.m_nNv21Height;
+        raw.m_vData = std::move(bytes);
+        Nv21ToRgb(raw, &pScene->rgb);
+    } else if (!ReadImage(path, &pScene->rgb, &msg)) {
+        fprintf(err, "posteffect: %s\n", msg.c_str());
+        return false;
+    }
+    RGBImage scaled;
+    ScaleCover(pScene->rgb, opts.m_nPreviewWidth, opts.m_nPreviewHeight, &scaled);
+    RgbToNv21(scaled, &pScene->preview);
+    if (opts.m_nCaptureWidth > 0) {
+        ScaleCover(pScene->rgb, opts.m_nCaptureWidth, opts.m_nCaptureHeight, &scaled);
+        RgbToNv21(scaled, &pScene->capture);
+    } else if (opts.m_bNv21) {
+        pScene->capture = std::move(raw);
+    } else {
+        const int w = pScene->rgb.m_nWidth & ~1;
+        const int h = pScene->rgb.m_nHeight & ~1;
+        if (w < 32 || h < 2) {
+            fprintf(err, "posteffect: %s is %dx%d; a capture needs at least 32x2 pixels\n",
+                    path.c_str(), pScene->rgb.m_nWidth, pScene->rgb.m_nHeight);
+            return false;
+        }
+        if (w == pScene->rgb.m_nWidth && h == pScene->rgb.m_nHeight) {
+            RgbToNv21(pScene->rgb, &pScene->capture);
+        } else {
+            Crop(pScene->rgb, 0, 0, w, h, &scaled);
+            RgbToNv21(scaled, &pScene->capture);
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std::string& defaultLib,
+            FILE* out, FILE* err) {
+    const std::string input = opts.m_strInput.empty() ? defaultImage : opts.m_strInput;
+    Scene scene;
+    if (!LoadScene(opts, input, &scene, err)) {
+        return 1;
+    }
+    PostEffectLibrary lib;
+    std::string msg;
+    const std::string libPath = opts.m_strLib.empty() ? defaultLib : opts.m_strLib;
+    if (!lib.Open(libPath, &msg)) {
+        fprintf(err, "posteffect: %s\n", msg.c_str());
+        return 1;
+    }
+    if (!opts.m_strOutDir.empty() && mkdir(opts.m_strOutDir.c_str(), 0777) != 0 &&
+        errno != EEXIST) {
+        fprintf(err, "posteffect: cannot make %s: %s\n", opts.m_strOutDir.c_str(), strerror(errno));
+        return 1;
+    }
+
+    const bool bAll = opts.m_vEffects.empty();
+    std::vector<int> effects;
+    if (bAll) {
+        for (int n = 1; n < int(EffectTable().size()); ++n) {
+            effects.push_back(n);
+        }
+    } else {
+        effects = opts.m_vEffects;
+    }
+    const bool bContact = opts.m_nContact == 1 || (opts.m_nContact < 0 && bAll);
+    const bool bFiles = !bAll;
+
+    fprintf(out, "posteffect: %s (%dx%d), preview %dx%d x %d frames, capture %s\n",
+            BaseName(input).c_str(), scene.rgb.m_nWidth, scene.rgb.m_nHeight, opts.m_nPreviewWidth,
+            opts.m_nPreviewHeight, opts.m_nFrames,
+            opts.m_bNoCapture ? "none"
+                              : (std::to_string(scene.capture.m_nWidth) + "x" +
+                                 std::to_string(scene.capture.m_nHeight))
+                                    .c_str());
+    fprintf(out, "%-24s %13s %13s %13s\n", "effect", "first frame", "per frame", "capture");
+
+    std::vector<ContactCell> cells;
+    if (bContact) {
+        ContactCell original;
+        original.m_strLabel = "Original";
+        RGBImage rgb;
+        Nv21ToRgb(scene.preview, &rgb);
+        original.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
+        if (!opts.m_bNoCapture) {
+            Nv21ToRgb(scene.capture, &rgb);
+            original.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
+        }
+        cells.push_back(std::move(original));
+    }
+
+    // The pass-through of effect 0 first, for the baseline of the table.
+    std::vector<int> runs = effects;
+    if (std::find(runs.begin(), runs.end(), 0) == runs.end()) {
+        runs.insert(runs.begin(), 0);
+    }
+    int nRan = 0;
+    int nFailed = 0;
+    for (int n : runs) {
+        const EffectInfo& effect = EffectTable()[size_t(n)];
+        const bool bAsked = std::find(effects.begin(), effects.end(), n) != effects.end();
+        RunConfig config;
+        config.m_strParams = CameraParameterString(opts, effect);
+        config.m_pPreview = &scene.preview;
+        config.m_pCapture = opts.m_bNoCapture ? nullptr : &scene.capture;
+        config.m_nFrames = opts.m_nFrames;
+        config.m_bCrop = opts.m_bCrop;
+        memcpy(config.m_anCrop, opts.m_anCrop, sizeof(config.m_anCrop));
+        RunResult result;
+        if (!RunEffect(lib, config, &result, &msg)) {
+            fprintf(err, "posteffect: %s: %s\n", Label(effect).c_str(), msg.c_str());
+            return 1;
+        }
+        if (!result.m_bRan) {
+            fprintf(out, "%-24s skipped: %s\n", Label(effect).c_str(), result.m_strNote.c_str());
+            nFailed += bAsked && !bAll ? 1 : 0;
+            fflush(out);
+            continue;
+        }
+        fprintf(out, "%-24s %13s %13s %13s%s%s\n", Label(effect).c_str(),
+                Ms(result.m_dFirstPreviewMs).c_str(), Ms(result.m_dPreviewMeanMs).c_str(),
+                Ms(result.m_dCaptureMs).c_str(),
+                result.m_strNote.empty() ? "" : "  note: ", result.m_strNote.c_str());
+        fflush(out);
+        if (!bAsked) {
+            continue;
+        }
+        ++nRan;
+        if (!result.m_strNote.empty()) {
+            ++nFailed;
+        }
+        const bool bCapture = !opts.m_bNoCapture && !result.m_capture.m_vData.empty();
+        if (bFiles) {
+            const std::string slug = EffectSlug(effect);
+            std::vector<std::pair<std::string, const NV21Frame*>> files;
+            files.emplace_back(
+                opts.m_strPreviewOut.empty()
+                    ? Join(opts.m_strOutDir, "posteffect-" + slug + "-preview." + opts.m_strFormat)
+                    : opts.m_strPreviewOut,
+                &result.m_preview);
+            if (bCapture) {
+                files.emplace_back(opts.m_strCaptureOut.empty()
+                                       ? Join(opts.m_strOutDir,
+                                              "posteffect-" + slug + "-capture." + opts.m_strFormat)
+                                       : opts.m_strCaptureOut,
+                                   &result.m_capture);
+            }
+            if (opts.m_bRaw) {
+                const NV21Frame& p = result.m_preview;
+                files.emplace_back(
+                    Join(opts.m_strOutDir, "posteffect-" + slug + "-preview-" +
+                                               std::to_string(p.m_nWidth) + "x" +
+                                               std::to_string(p.m_nHeight) + ".nv21"),
+                    &p);
+                if (bCapture) {
+                    const NV21Frame& c = result.m_capture;
+                    files.emplace_back(
+                        Join(opts.m_strOutDir, "posteffect-" + slug + "-capture-" +
+                                                   std::to_string(c.m_nWidth) + "x" +
+                                                   std::to_string(c.m_nHeight) + ".nv21"),
+                        &c);
+                }
+            }
+            for (const auto& f : files) {
+                if (!WriteFrame(f.first, *f.second, &msg)) {
+                    fprintf(err, "posteffect: %s\n", msg.c_str());
+                    return 1;
+                }
+                fprintf(out, "  wrote %s\n", f.first.c_str());
+            }
+        }
+        if (bContact) {
+            ContactCell cell;
+            cell.m_strLabel = Label(effect);
+            RGBImage rgb;
+            Nv21ToRgb(result.m_preview, &rgb);
+            cell.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
+            if (bCapture) {
+                Nv21ToRgb(result.m_capture, &rgb);
+                cell.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
+            }
+            cells.push_back(std::move(cell));
+        }
+    }
+    if (bContact) {
+        RGBImage sheet;
+        const std::string title =
+            "posteffect - " + BaseName(input) + " - preview " +
+            std::to_string(opts.m_nPreviewWidth) + "x" + std::to_string(opts.m_nPreviewHeight) +
+            (opts.m_bNoCapture ? std::string()
+                               : ", capture " + std::to_string(scene.capture.m_nWidth) + "x" +
+                                     std::to_string(scene.capture.m_nHeight));
+        MakeContactSheet(title, cells, std::min(kSheetColumns, int(cells.size())), &sheet);
+        const std::string path = Join(opts.m_strOutDir, "posteffect-contact.png");
+        if (!WriteImage(path, sheet, &msg)) {
+            fprintf(err, "posteffect: %s\n", msg.c_str());
+            return 1;
+        }
+        fprintf(out, "wrote %s (%d effect%s)\n", path.c_str(), nRan, nRan == 1 ? "" : "s");
+    }
+    if (bAll) {
+        if (nRan == 0) {
+            fprintf(err, "posteffect: no effect came up\n");
+            return 1;
+        }
+        return 0;
+    }
+    return nFailed == 0 ? 0 : 1;
+}

@@ -1,0 +1,347 @@
+#include "options.h"
+
+#include <ctype.h>
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace {
+
+std::string Canonical(const std::string& s) {
+    std::string out;
+    for (char c : s) {
+        if (c == ' ' || c == '_') {
+            out += '_';
+        } else if (c >= 'A' && c <= 'Z') {
+            out += char(c - 'A' + 'a');
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+// A whole decimal integer, nothing around it.
+bool ParseInt(const std::string& text, int* pn) {
+    if (text.empty()) {
+        return false;
+    }
+    errno = 0;
+    char* end = nullptr;
+    const long v = strtol(text.c_str(), &end, 10);
+    if (errno != 0 || *end != '\0' || end == text.c_str() || v < -2147483647L - 1 ||
+        v > 2147483647L) {
+        return false;
+    }
+    *pn = int(v);
+    return true;
+}
+
+std::vector<std::string> Split(const std::string& s, char sep) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        const size_t pos = s.find(sep, start);
+        parts.push_back(
+            s.substr(start, pos == std::string::npos ? std::string::npos : pos - start));
+        if (pos == std::string::npos) {
+            return parts;
+        }
+        start = pos + 1;
+    }
+}
+
+}  // namespace
+
+const std::vector<EffectInfo>& EffectTable() {
+    static const std::vector<EffectInfo> kTable = {
+        {0, '0', "Bypass"},
+        {1, '1', "Vintage"},
+        {2, '2', "DoF"},
+        {3, '3', "Distortion"},
+        {4, '4', "Vignette"},
+        {5, '5', "DOTS"},
+        {6, '6', "Contrast"},
+        {7, '7', "TS"},
+        {8, '8', "Mirror"},
+        {9, '9', "Bloom"},
+        {10, 'B', "Whiteboard"},
+        {11, 'C', "Stylized_Maple"},
+        {12, 'D', "Stylized_Nash"},
+        {13, 'E', "TwoToneMask_V"},
+        {14, 'F', "TwoToneMask_H"},
+        {15, 'G', "SplitToning_Mono"},
+        {16, 'H', "SplitToning_Color"},
+        {17, 'I', "Sketch"},
+        {18, 'J', "Color Sketch"},
+    };
+    return kTable;
+}
+
+const EffectInfo* FindEffect(const std::string& spec) {
+    const std::vector<EffectInfo>& table = EffectTable();
+    if (spec.size() == 1) {
+        for (const EffectInfo& e : table) {
+            if (e.m_cCode == spec[0]) {
+                return &e;
+            }
+        }
+    }
+    int n = 0;
+    if (ParseInt(spec, &n) && spec[0] != '+' && spec[0] != '-' && spec[0] != ' ') {
+        return n >= 0 && n < int(table.size()) ? &table[size_t(n)] : nullptr;
+    }
+    const std::string key = Canonical(spec);
+    if (key == "none") {
+        return &table[0];
+    }
+    for (const EffectInfo& e : table) {
+        if (Canonical(e.m_szName) == key) {
+            return &e;
+        }
+    }
+    return nullptr;
+}
+
+std::string EffectSlug(const EffectInfo& effect) {
+    return effect.m_nNumber == 0 ? "none" : Canonical(effect.m_szName);
+}
+
+bool ParseFourInts(const std::string& text, int an[4]) {
+    const std::vector<std::string> parts = Split(text, ',');
+    if (parts.size() != 4) {
+        return false;
+    }
+    int v[4];
+    for (int i = 0; i < 4; ++i) {
+        if (!ParseInt(parts[size_t(i)], &v[i])) {
+            return false;
+        }
+    }
+    memcpy(an, v, sizeof(v));
+    return true;
+}
+
+bool ParseSize(const std::string& text, int* pnWidth, int* pnHeight) {
+    const size_t x = text.find('x');
+    if (x == std::string::npos) {
+        return false;
+    }
+    int w = 0, h = 0;
+    if (!ParseInt(text.substr(0, x), &w) || !ParseInt(text.substr(x + 1), &h) || w <= 0 || h <= 0 ||
+        text[0] == '+' || text[x + 1] == '+') {
+        return false;
+    }
+    *pnWidth = w;
+    *pnHeight = h;
+    return true;
+}
+
+const EffectInfo* EffectInParams(const std::string& params) {
+    for (const std::string& pair : Split(params, ';')) {
+        const size_t eq = pair.find('=');
+        if (eq != std::string::npos && pair.substr(0, eq) == "GPU-effect") {
+            const std::string value = pair.substr(eq + 1);
+            for (const EffectInfo& e : EffectTable()) {
+                if (!value.empty() && e.m_cCode == value[0]) {
+                    return &e;
+                }
+            }
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+std::string CameraParameterString(const ToolOptions& opts, const EffectInfo& effect) {
+    const std::string key = std::string("GPU-effect=") + effect.m_cCode;
+    if (opts.m_bParams) {
+        if (EffectInParams(opts.m_strParams)) {
+            return opts.m_strParams;
+        }
+        return opts.m_strParams.empty() ? key : key + ";" + opts.m_strParams;
+    }
+    std::string s = key;
+    if (opts.m_bParam0) {
+        s += ";GE-param0=" + opts.m_strParam0;
+    }
+    if (opts.m_bParam1) {
+        s += ";GE-param1=" + opts.m_strParam1;
+    }
+    return s;
+}
+
+std::string ToolUsage() {
+    return "usage: posteffect [options] [IMAGE]\n"
+           "\n"
+           "Runs camera effects of libposteffect.so on a picture the way the camera\n"
+           "service does: preview frames, then a still capture. IMAGE is a PNG or JPEG\n"
+           "(default: the bundled photograph), or raw NV21 with --nv21.\n"
+           "\n"
+           "  --effect E         effect by code (9, B), number (10) or name (Bloom,\n"
+           "                     \"Color Sketch\"); repeat or separate with commas.\n"
+           "                     Default: every effect of the table that comes up\n"
+           "  --param0 a,b,c,d   parameter group 0 (\"GE-param0\")\n"
+           "  --param1 a,b,c,d   parameter group 1 (\"GE-param1\")\n"
+           "  --params STRING    raw camera parameters \"key=value;...\" (instead of\n"
+           "                     --param0/--param1; \"GPU-effect\" is added if missing)\n"
+           "  --nv21 WxH         IMAGE is raw NV21 of this size\n"
+           "  --preview WxH      preview size (default 1280x720; width a multiple of 16)\n"
+           "  --capture WxH      capture size (default: the image's own, made even)\n"
+           "  --no-capture       preview only\n"
+           "  --frames N         preview frames per effect (default 5)\n"
+           "  --crop x,y,w,h     setCrop after the first preview frame\n"
+           "  --out DIR          folder for the outputs (default: current folder)\n"
+           "  --format png|jpg   picture format of the outputs (default png)\n"
+           "  --preview-out FILE the processed preview frame (.png/.jpg; one effect)\n"
+           "  --capture-out FILE the processed capture (.png/.jpg; one effect)\n"
+           "  --raw              also write the results as raw NV21 (.nv21)\n"
+           "  --contact          write posteffect-contact.png (default when no --effect)\n"
+           "  --no-contact       do not write it\n"
+           "  --lib PATH         the plug-in library (default: the one built with this tool)\n"
+           "  -h, --help         this text\n"
+           "\n"
+           "Per effect it writes posteffect-NAME-preview.png and posteffect-NAME-capture.png\n"
+           "when effects are chosen with --effect, and prints the time per preview frame\n"
+           "(the first, which brings the effect up, and the mean of the others) and of\n"
+           "the capture, beside the pass-through time of effect 0.\n";
+}
+
+ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::string* pErr) {
+    ToolOptions o;
+    bool bHaveInput = false;
+    auto fail = [pErr](const std::string& msg) {
+        *pErr = msg;
+        return kParseError;
+    };
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&](std::string* pValue) {
+            if (i + 1 >= argc) {
+                return false;
+            }
+            *pValue = argv[++i];
+            return true;
+        };
+        std::string v;
+        if (arg == "-h" || arg == "--help") {
+            return kParseHelp;
+        } else if (arg == "--raw") {
+            o.m_bRaw = true;
+        } else if (arg == "--contact") {
+            o.m_nContact = 1;
+        } else if (arg == "--no-contact") {
+            o.m_nContact = 0;
+        } else if (arg == "--no-capture") {
+            o.m_bNoCapture = true;
+        } else if (arg == "--effect" || arg == "--nv21" || arg == "--preview" ||
+                   arg == "--capture" || arg == "--param0" || arg == "--param1" ||
+                   arg == "--params" || arg == "--frames" || arg == "--crop" || arg == "--out" ||
+                   arg == "--format" || arg == "--preview-out" || arg == "--capture-out" ||
+                   arg == "--lib") {
+            if (!value(&v)) {
+                return fail(arg + " needs a value");
+            }
+            int an[4];
+            if (arg == "--effect") {
+                for (const std::string& name : Split(v, ',')) {
+                    const EffectInfo* e = FindEffect(name);
+                    if (!e) {
+                        return fail("unknown effect \"" + name + "\"");
+                    }
+                    o.m_vEffects.push_back(e->m_nNumber);
+                }
+            } else if (arg == "--nv21") {
+                if (!ParseSize(v, &o.m_nNv21Width, &o.m_nNv21Height) || (o.m_nNv21Width & 1) ||
+                    (o.m_nNv21Height & 1)) {
+                    return fail("--nv21 needs an even size WxH");
+                }
+                o.m_bNv21 = true;
+            } else if (arg == "--preview") {
+                if (!ParseSize(v, &o.m_nPreviewWidth, &o.m_nPreviewHeight) ||
+                    o.m_nPreviewWidth % 16 != 0 || (o.m_nPreviewHeight & 1) ||
+                    o.m_nPreviewWidth < 32 || o.m_nPreviewHeight < 32 || o.m_nPreviewWidth > 8192 ||
+                    o.m_nPreviewHeight > 8192) {
+                    return fail(
+                        "--preview needs WxH with the width a multiple of 16, the height even, "
+                        "both 32 to 8192");
+                }
+            } else if (arg == "--capture") {
+                if (!ParseSize(v, &o.m_nCaptureWidth, &o.m_nCaptureHeight) ||
+                    (o.m_nCaptureWidth & 1) || (o.m_nCaptureHeight & 1) || o.m_nCaptureWidth < 32 ||
+                    o.m_nCaptureHeight < 2 || o.m_nCaptureWidth > 16384 ||
+                    o.m_nCaptureHeight > 16384) {
+                    return fail("--capture needs an even WxH, at least 32x2, at most 16384x16384");
+                }
+            } else if (arg == "--param0" || arg == "--param1") {
+                if (!ParseFourInts(v, an)) {
+                    return fail(arg + " needs four integers a,b,c,d");
+                }
+                (arg == "--param0" ? o.m_bParam0 : o.m_bParam1) = true;
+                (arg == "--param0" ? o.m_strParam0 : o.m_strParam1) = v;
+            } else if (arg == "--params") {
+                o.m_bParams = true;
+                o.m_strParams = v;
+            } else if (arg == "--frames") {
+                int n = 0;
+                if (v.empty() || !isdigit(static_cast<unsigned char>(v[0])) || !ParseInt(v, &n) ||
+                    n < 1 || n > 10000) {
+                    return fail("--frames needs a number from 1 to 10000");
+                }
+                o.m_nFrames = n;
+            } else if (arg == "--crop") {
+                if (!ParseFourInts(v, o.m_anCrop)) {
+                    return fail("--crop needs four integers x,y,w,h");
+                }
+                o.m_bCrop = true;
+            } else if (arg == "--out") {
+                o.m_strOutDir = v;
+            } else if (arg == "--format") {
+                if (v == "png") {
+                    o.m_strFormat = "png";
+                } else if (v == "jpg" || v == "jpeg") {
+                    o.m_strFormat = "jpg";
+                } else {
+                    return fail("--format is png or jpg");
+                }
+            } else if (arg == "--preview-out") {
+                o.m_strPreviewOut = v;
+            } else if (arg == "--capture-out") {
+                o.m_strCaptureOut = v;
+            } else if (arg == "--lib") {
+                o.m_strLib = v;
+            }
+        } else if (!arg.empty() && arg[0] == '-') {
+            return fail("unknown option " + arg);
+        } else if (bHaveInput) {
+            return fail("more than one input file: " + o.m_strInput + ", " + arg);
+        } else {
+            o.m_strInput = arg;
+            bHaveInput = true;
+        }
+    }
+    if (o.m_bNv21 && o.m_strInput.empty()) {
+        return fail("--nv21 needs an input file");
+    }
+    if (o.m_bParams && (o.m_bParam0 || o.m_bParam1)) {
+        return fail("--params replaces --param0 and --param1: give one or the other");
+    }
+    if (o.m_bParams) {
+        const bool bKey = o.m_strParams.find("GPU-effect=") != std::string::npos;
+        const EffectInfo* e = EffectInParams(o.m_strParams);
+        if (bKey && !o.m_vEffects.empty()) {
+            return fail("give the effect with --effect or inside --params, not both");
+        }
+        if (bKey && !e) {
+            return fail("--params has a \"GPU-effect\" code that is not in the effect table");
+        }
+        if (e) {
+            o.m_vEffects.assign(1, e->m_nNumber);
+        }
+    }
+    if ((!o.m_strPreviewOut.empty() || !o.m_strCaptureOut.empty()) && o.m_vEffects.size() != 1) {
+        return fail("--preview-out and --capture-out need exactly one effect");
+    }
+    *pOpts = o;
+    return kParseOk;
+}
