@@ -88,15 +88,25 @@ public:
 protected:
     // The capture walks. Both refuse (0, with the effect's own error line)
     // an effect that is not initialised, not in capture mode or without a
-    // converter.
+    // converter, and (0, "bad capture size") an empty image. For each tile
+    // they ask the converter for the tile's source rectangle, call
+    // ProcBlock(0, 0, W, H) and copy the converted tile into `out` (W x H
+    // luma bytes, the interleaved chroma plane behind them) with
+    // BlockCopyYUV, which never writes outside the W x H planes.
     //
     // The run walk: tiles of the texture's size left to right, top to
     // bottom, consecutive tiles overlapping by the given pixels; a right-hand
     // tile is widened to a multiple of 32 and moved left to end at the edge.
+    // Without overlaps the run count is ceil(W / texture width) x
+    // ceil(H / texture height); with them it is the number of tiles the
+    // advance visits. An image narrower than 32 pixels keeps its 32-wide
+    // tile at x 0, but the converter is asked for the image's width only.
     int WalkRuns(unsigned char* out, int W, int H, unsigned overlapX = 0, unsigned overlapY = 0);
     // The nested walk through the crop rectangle: rows, then columns, no
     // overlap; a right-hand tile is widened to a multiple of 32 in place, and
-    // each tile's source rectangle is read through the crop.
+    // each tile's source rectangle is read through the crop. A crop reaching
+    // past the picture's right or bottom edge is cut at that edge, and every
+    // source rectangle is cut to the image (GEShader.cpp).
     int WalkCropped(unsigned char* out, int W, int H);
 
     GELogTag& m_log;  // the effect's own tag
@@ -141,6 +151,18 @@ protected:
 private:
     GEShader(const GEShader&) = delete;
     GEShader& operator=(const GEShader&) = delete;
+
+    // The refusals common to the capture walks, logged under the effect's
+    // tag with "ProcFrame". 1 when the capture may go on.
+    int CaptureReady();
+    // The buffer the converter fills with a tile: the source texture's CPU
+    // address, null ("[GetDataBuf] not ST") when it is not a streaming one.
+    unsigned char* TileBuffer();
+    // The tile (x, y, w, h) of a W x H capture becomes the current one: the
+    // tile and render fields, and m_fTileTexCoord / m_fGlobalTexCoord with
+    // (s, t) the far corner of the tile's part of the source texture.
+    void SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H, float s,
+                 float t);
 };
 
 #endif

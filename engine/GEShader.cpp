@@ -1,0 +1,409 @@
+// The effect base class: Init / Deinit, the crop, the source texture and the
+// two capture tile walks. The YUV output converter is GEYUVConverter.cpp.
+#include "engine/GEShader.h"
+
+#include <GLES2/gl2ext.h>
+#include <string.h>
+
+#include "engine/GLProgRGBtoYUV.h"
+#include "gl/GECommon.h"
+#include "gl/GLFbo.h"
+#include "gl/GLTexture.h"
+
+namespace {
+
+GELogTag s_log("GEShader");
+
+unsigned RoundUp32(unsigned v) {
+    return (v + 31u) & ~31u;
+}
+
+}  // namespace
+
+GEShader::GEShader(GELogTag& log)
+    : m_log(log),
+      m_pSrcTexture(nullptr),
+      m_nRenderX(0),
+      m_nRenderY(0),
+      m_nRenderW(0),
+      m_nRenderH(0),
+      m_nRun(0),
+      m_nMaxRun(0),
+      m_nOverlapX(0),
+      m_nOverlapY(0),
+      m_nTileX(0),
+      m_nTileY(0),
+      m_nTileW(0),
+      m_nTileH(0),
+      m_bInited(false),
+      m_bCapture(false),
+      m_nFence(0),
+      m_pDstFbo(nullptr),
+      m_nYUVOutW(0),
+      m_nYUVOutH(0),
+      m_nYUVPlaneStride(0),
+      m_nYUVUVHeight(0),
+      m_nYUVSrcW(0),
+      m_nYUVSrcH(0),
+      m_pYUVSrcTex(nullptr),
+      m_pYTex(nullptr),
+      m_pYFbo(nullptr),
+      m_pUVTex(nullptr),
+      m_pUVFbo(nullptr),
+      m_pProgRGBtoY(nullptr),
+      m_pProgRGBtoUV(nullptr),
+      m_pConverter(nullptr),
+      m_fCropX(0.0f),
+      m_fCropY(0.0f),
+      m_fCropW(1.0f),
+      m_fCropH(1.0f),
+      m_nRefWidth(0),
+      m_nRefHeight(0),
+      m_nArg(0) {
+    memset(m_fYTileTexCoord, 0, sizeof(m_fYTileTexCoord));
+    memset(m_fUVTileTexCoord, 0, sizeof(m_fUVTileTexCoord));
+    memset(m_fTileTexCoord, 0, sizeof(m_fTileTexCoord));
+    memset(m_fGlobalTexCoord, 0, sizeof(m_fGlobalTexCoord));
+}
+
+GEShader::~GEShader() {
+    // Effects run their Deinit from their destructors; whatever is left (an
+    // effect that never got that far) is released here without a word.
+    DeinitYUVConverter();
+    if (m_nFence != 0) {
+        glDeleteFencesNV(1, &m_nFence);
+        m_nFence = 0;
+    }
+}
+
+int GEShader::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w, unsigned h,
+                   unsigned char capture, IYUVConverter* conv) {
+    (void)x;
+    (void)y;
+    GE_LOGI(s_log, "[%s] enter", "Init");
+    m_pConverter = conv;
+    m_nArg = a;
+    if (src == nullptr) {
+        GE_LOGE(s_log, "[%s] src texture is NULL\n", "Init");
+        return 0;
+    }
+    if (!InitYUVConverter((int)w, (int)h, (int)w, (int)h)) {
+        return 0;
+    }
+    if (capture && m_nFence == 0) {
+        glGenFencesNV(1, &m_nFence);
+        GE_LOGI(s_log, "[%s] fence %u generated", "Init", (unsigned)m_nFence);
+    }
+    // The texture is allocated 32-aligned: only its left part is the picture.
+    m_fCropX = 0.0f;
+    m_fCropY = 0.0f;
+    m_fCropW = (float)src->GetWidth() / (float)src->GetAllocWidth();
+    m_fCropH = 1.0f;
+    GE_LOGI(s_log, "[%s] leave", "Init");
+    return 1;
+}
+
+int GEShader::Deinit() {
+    GE_LOGI(s_log, "[%s] enter", "Deinit");
+    DeinitYUVConverter();
+    // A generated name is a fence (glIsFenceNV) only once it has been set;
+    // the name is given back whether or not it ever was.
+    if (m_nFence != 0) {
+        glDeleteFencesNV(1, &m_nFence);
+        m_nFence = 0;
+    }
+    return 1;
+}
+
+int GEShader::ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h) {
+    // The tiles come through the converter, which knows both planes.
+    (void)uv;
+    return ProcFrame(y, out, w, h);
+}
+
+int GEShader::SetCrop(float x, float y, float w, float h) {
+    // Written so that a NaN fails the test as well.
+    if (!(x >= 0.0f && y >= 0.0f && w > 0.0f && h > 0.0f && x <= 1.0f && y <= 1.0f && w <= 1.0f &&
+          h <= 1.0f)) {
+        m_fCropX = 0.0f;
+        m_fCropY = 0.0f;
+        m_fCropW = 1.0f;
+        m_fCropH = 1.0f;
+    } else {
+        m_fCropX = x;
+        m_fCropY = y;
+        m_fCropW = w;
+        m_fCropH = h;
+    }
+    return 1;
+}
+
+unsigned char* GEShader::GetUVDataBuf() {
+    return m_pUVTex != nullptr ? m_pUVTex->GetSTDataBuf() : nullptr;
+}
+
+unsigned char* GEShader::GetYDataBuf() {
+    return m_pYTex != nullptr ? m_pYTex->GetSTDataBuf() : nullptr;
+}
+
+int GEShader::SetCrop(int x, int y, int w, int h) {
+    (void)x;
+    (void)y;
+    (void)w;
+    (void)h;
+    return 1;
+}
+
+int GEShader::BindSrcTexture() {
+    if (m_pSrcTexture == nullptr) {
+        GE_LOGE(s_log, "[%s] src texture is NULL\n", "BindSrcTexture");
+        return 0;
+    }
+    m_pSrcTexture->Bind();
+    return (int)CheckGLError("BindSrcTexture", "glBindTexture");
+}
+
+int GEShader::CaptureReady() {
+    if (!m_bInited) {
+        GE_LOGE(m_log, "[%s] effect not initialized", "ProcFrame");
+        return 0;
+    }
+    if (!m_bCapture) {
+        GE_LOGE(m_log, "[%s] Capture mode only", "ProcFrame");
+        return 0;
+    }
+    if (m_pConverter == nullptr) {
+        GE_LOGE(m_log, "[%s] callback not registered", "ProcFrame");
+        return 0;
+    }
+    if (m_pSrcTexture == nullptr || m_pSrcTexture->GetWidth() == 0 ||
+        m_pSrcTexture->GetHeight() == 0) {
+        GE_LOGE(m_log, "[%s] src texture is NULL\n", "ProcFrame");
+        return 0;
+    }
+    return 1;
+}
+
+unsigned char* GEShader::TileBuffer() {
+    if (!m_pSrcTexture->IsST()) {
+        GE_LOGE(m_log, "[%s] not ST", "GetDataBuf");
+        return nullptr;
+    }
+    return m_pSrcTexture->GetSTDataBuf();
+}
+
+void GEShader::SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H,
+                       float s, float t) {
+    m_nTileX = x;
+    m_nTileY = y;
+    m_nTileW = w;
+    m_nTileH = h;
+    m_nRenderW = w;
+    m_nRenderH = h;
+
+    // Quad vertex order: top left, bottom left, bottom right, top right.
+    const GLfloat tile[8] = {0.0f, t, 0.0f, 0.0f, s, 0.0f, s, t};
+    memcpy(m_fTileTexCoord, tile, sizeof(tile));
+
+    const float x0 = (float)x / (float)W;
+    const float x1 = (float)(x + w) / (float)W;
+    const float y0 = (float)y / (float)H;
+    const float y1 = (float)(y + h) / (float)H;
+    const GLfloat global[8] = {x0, y1, x0, y0, x1, y0, x1, y1};
+    memcpy(m_fGlobalTexCoord, global, sizeof(global));
+}
+
+int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsigned overlapY) {
+    if (!CaptureReady()) {
+        return 0;
+    }
+    const unsigned nProcW = m_pSrcTexture->GetWidth();
+    const unsigned nProcH = m_pSrcTexture->GetHeight();
+    if (W <= 0 || H <= 0 || overlapX >= nProcW || overlapY >= nProcH) {
+        GE_LOGE(m_log, "[%s] bad capture size %dx%d (tile %ux%u, overlap %u:%u)", "ProcFrame", W, H,
+                nProcW, nProcH, overlapX, overlapY);
+        return 0;
+    }
+    const unsigned uW = (unsigned)W;
+    const unsigned uH = (unsigned)H;
+    const unsigned stepX = nProcW - overlapX;
+    const unsigned stepY = nProcH - overlapY;
+
+    m_nOverlapX = overlapX;
+    m_nOverlapY = overlapY;
+    m_nTileX = 0;
+    m_nTileY = 0;
+    m_nRun = 0;
+    unsigned cols;
+    if (overlapX == 0 && overlapY == 0) {
+        cols = (uW + nProcW - 1) / nProcW;
+    } else {
+        // Follow one row of the advance: a widened tile moves left, so the
+        // count is not a plain quotient. The start of each tile before its
+        // move only grows, which ends the count.
+        cols = 0;
+        unsigned start = 0;
+        for (;;) {
+            ++cols;
+            unsigned x = start;
+            unsigned w = x + nProcW <= uW ? nProcW : uW - x;
+            if (w % 32 != 0) {
+                w = RoundUp32(w);
+                x = uW >= w ? uW - w : 0;
+            }
+            const unsigned next = x + stepX;
+            if (next >= uW || next <= start) {
+                break;
+            }
+            start = next;
+        }
+    }
+    m_nMaxRun = cols * ((uH + stepY - 1) / stepY);
+    GE_LOGI(m_log, "[%s] fImgWidth=%d, fImgHeight=%d, nProcW=%d, nProcH=%d, max run = %d",
+            "ProcFrame", W, H, (int)nProcW, (int)nProcH, (int)m_nMaxRun);
+
+    unsigned char* uv = out != nullptr ? out + (size_t)uW * uH : nullptr;
+    const float allocW = (float)m_pSrcTexture->GetAllocWidth();
+    for (; m_nRun < m_nMaxRun; ++m_nRun) {
+        GE_LOGI(m_log,
+                ">> run %d ===================================================", (int)m_nRun);
+        unsigned x = m_nTileX;
+        const unsigned y = m_nTileY;
+        // Every tile row is a whole number of 32-pixel groups: a narrower
+        // right-hand tile is widened and moved left to end at the edge.
+        unsigned w = x + nProcW <= uW ? nProcW : uW - x;
+        if (w % 32 != 0) {
+            w = RoundUp32(w);
+            x = uW >= w ? uW - w : 0;
+        }
+        const unsigned h = y + nProcH <= uH ? nProcH : uH - y;
+        SetTile(x, y, w, h, uW, uH, (float)w / allocW, (float)h / (float)nProcH);
+
+        // Only an image narrower than the widened tile makes it pass the
+        // right edge; the converter is then asked for what the image holds.
+        const unsigned rw = x + w <= uW ? w : uW - x;
+        m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
+                                  (int)x, (int)y, (int)rw, (int)h);
+        ProcBlock(0, 0, W, H);
+        BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
+
+        if (x + stepX < uW) {
+            m_nTileX = x + stepX;
+        } else {
+            m_nTileX = 0;
+            m_nTileY = y + stepY;
+        }
+        if (m_nTileY >= uH) {
+            m_nTileX = 0;
+            m_nTileY = 0;
+        }
+    }
+    m_nMaxRun = 0;
+    GE_LOGI(m_log, "[%s] leave", "ProcFrame");
+    return 1;
+}
+
+// The source rectangle of tile (x, y, w, h) is
+//
+//     sx = trunc(W cx + x cw), made even;   sy = trunc(H cy + y ch);
+//     sw = trunc(w cw) rounded up to 32;    sh = trunc(h ch);
+//
+// with the crop (cx, cy, cw, ch). Two things are added so that no rectangle
+// reaches outside the W x H image:
+//
+// - a crop that reaches past the right or bottom edge (cx + cw > 1, which
+//   SetCrop accepts) is cut at that edge, cw = 1 - cx (likewise ch), both for
+//   the rectangles and for the tile's texture coordinates, so the tile shows
+//   the part of the crop that exists; a crop inside the picture is used as
+//   it stands;
+// - the rectangle is then cut to the image: sx at most W - 2 (kept even),
+//   sy at most H - 1, sw at most W - sx and sh at most H - sy, and neither
+//   side below 1 (or 2 for sw). The widened right-hand tile and the 32
+//   round-up of sw are what usually pass the edge; a rectangle that lies
+//   inside the image is not changed.
+int GEShader::WalkCropped(unsigned char* out, int W, int H) {
+    GE_LOGI(m_log, "[%s] enter", "ProcFrame");
+    if (!CaptureReady()) {
+        return 0;
+    }
+    const unsigned nProcW = m_pSrcTexture->GetWidth();
+    const unsigned nProcH = m_pSrcTexture->GetHeight();
+    if (W <= 0 || H <= 0) {
+        GE_LOGE(m_log, "[%s] bad capture size %dx%d (tile %ux%u, overlap %u:%u)", "ProcFrame", W, H,
+                nProcW, nProcH, 0u, 0u);
+        return 0;
+    }
+    const unsigned uW = (unsigned)W;
+    const unsigned uH = (unsigned)H;
+    m_nOverlapX = 0;
+    m_nOverlapY = 0;
+
+    // SetCrop keeps every component in [0, 1] with positive sizes; an effect
+    // that wrote the fields itself gets the same treatment here.
+    float cx = m_fCropX, cy = m_fCropY, cw = m_fCropW, ch = m_fCropH;
+    if (!(cx >= 0.0f && cx < 1.0f)) {
+        cx = 0.0f;
+    }
+    if (!(cy >= 0.0f && cy < 1.0f)) {
+        cy = 0.0f;
+    }
+    if (!(cw > 0.0f && cw <= 1.0f)) {
+        cw = 1.0f;
+    }
+    if (!(ch > 0.0f && ch <= 1.0f)) {
+        ch = 1.0f;
+    }
+    if (cx + cw > 1.0f) {
+        cw = 1.0f - cx;
+    }
+    if (cy + ch > 1.0f) {
+        ch = 1.0f - cy;
+    }
+
+    unsigned char* uv = out != nullptr ? out + (size_t)uW * uH : nullptr;
+    const float allocW = (float)m_pSrcTexture->GetAllocWidth();
+    for (unsigned y = 0; y < uH; y += nProcH) {
+        for (unsigned x = 0; x < uW; x += nProcW) {
+            unsigned w = x + nProcW <= uW ? nProcW : uW - x;
+            if (w % 32 != 0) {
+                w = RoundUp32(w);  // widened in place
+            }
+            const unsigned h = y + nProcH <= uH ? nProcH : uH - y;
+            SetTile(x, y, w, h, uW, uH, cw * (float)w / allocW, ch * (float)h / (float)nProcH);
+
+            unsigned sx = (unsigned)((float)W * cx + (float)x * cw);
+            if (sx & 1u) {
+                sx += 1;
+            }
+            unsigned sy = (unsigned)((float)H * cy + (float)y * ch);
+            unsigned sw = RoundUp32((unsigned)((float)w * cw));
+            unsigned sh = (unsigned)((float)h * ch);
+
+            if (sx + 2 > uW) {
+                sx = uW >= 2 ? (uW - 2) & ~1u : 0;
+            }
+            if (sw > uW - sx) {
+                sw = uW - sx;
+            }
+            if (sw < 2) {
+                sw = uW - sx < 2 ? uW - sx : 2;
+            }
+            if (sy + 1 > uH) {
+                sy = uH - 1;
+            }
+            if (sh > uH - sy) {
+                sh = uH - sy;
+            }
+            if (sh < 1) {
+                sh = 1;
+            }
+
+            m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
+                                      (int)sx, (int)sy, (int)sw, (int)sh);
+            ProcBlock(0, 0, W, H);
+            BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
+        }
+    }
+    GE_LOGI(m_log, "[%s] leave", "ProcFrame");
+    return 1;
+}
