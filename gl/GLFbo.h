@@ -30,7 +30,9 @@ public:
     int ResetColorAttachment();
 
     // Writes the attached texture to "/data/<name>" as a BMP file whose
-    // header comes from the BMP file `templatePath` (GLBmp.cpp).
+    // header comes from the BMP file `templatePath` (GLBmp.cpp). The pixels
+    // are read with glReadPixels from the bound framebuffer: bind this one
+    // first.
     int SaveBMP(const char* templatePath, const char* name);
 
     GLuint GetFboName() const { return m_nFbo; }

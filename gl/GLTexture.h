@@ -53,7 +53,10 @@ public:
     // reach the GPU and GPU writes reach the CPU. 1 / 0.
     int clean_buffer();
 
-    // BMP files (GLBmp.cpp).
+    // BMP files (GLBmp.cpp). LoadBMP creates the texture with Init and fills
+    // it; a streaming texture is filled through its CPU address, so call
+    // clean_buffer() before the GPU reads it. The writers dump a streaming
+    // texture to "/data/<name>" with a header copied from `templatePath`.
     int LoadBMP(const char* path, unsigned format, unsigned type, unsigned char st);
     int SaveBMP(const char* templatePath, const char* name);
     int SaveBMP_yuvx(const char* templatePath, const char* name);
