@@ -1,0 +1,196 @@
+// The posteffect tool's command line and effect table.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "options.h"
+
+namespace {
+
+ParseStatus Parse(std::vector<std::string> args, ToolOptions* o, std::string* err) {
+    std::vector<char*> argv;
+    static char name[] = "posteffect";
+    argv.push_back(name);
+    for (std::string& a : args) {
+        argv.push_back(&a[0]);
+    }
+    return ParseToolOptions(int(argv.size()), argv.data(), o, err);
+}
+
+int Number(const char* spec) {
+    const EffectInfo* e = FindEffect(spec);
+    return e ? e->m_nNumber : -1;
+}
+
+}  // namespace
+
+TEST(ToolEffects, TableMatchesTheCameraCodes) {
+    const std::vector<EffectInfo>& t = EffectTable();
+    ASSERT_EQ(19u, t.size());
+    const char* kCodes = "0123456789BCDEFGHIJ";
+    for (size_t i = 0; i < t.size(); ++i) {
+        EXPECT_EQ(int(i), t[i].m_nNumber);
+        EXPECT_EQ(kCodes[i], t[i].m_cCode) << i;
+    }
+    EXPECT_STREQ("Mirror", t[8].m_szName);
+    EXPECT_STREQ("Bloom", t[9].m_szName);
+    EXPECT_STREQ("Color Sketch", t[18].m_szName);
+}
+
+TEST(ToolEffects, FoundByCodeNumberOrName) {
+    EXPECT_EQ(9, Number("9"));
+    EXPECT_EQ(9, Number("Bloom"));
+    EXPECT_EQ(9, Number("bLoOm"));
+    EXPECT_EQ(10, Number("B"));
+    EXPECT_EQ(10, Number("10"));
+    EXPECT_EQ(10, Number("Whiteboard"));
+    EXPECT_EQ(18, Number("J"));
+    EXPECT_EQ(18, Number("18"));
+    EXPECT_EQ(18, Number("Color Sketch"));
+    EXPECT_EQ(18, Number("color_sketch"));
+    EXPECT_EQ(11, Number("Stylized_Maple"));
+    EXPECT_EQ(11, Number("stylized maple"));
+    EXPECT_EQ(2, Number("DoF"));
+    EXPECT_EQ(0, Number("0"));
+    EXPECT_EQ(0, Number("none"));
+    EXPECT_EQ(0, Number("Bypass"));
+    // Codes are case-sensitive and "A" is not one.
+    EXPECT_EQ(-1, Number("b"));
+    EXPECT_EQ(-1, Number("A"));
+    EXPECT_EQ(-1, Number("19"));
+    EXPECT_EQ(-1, Number("-1"));
+    EXPECT_EQ(-1, Number("+9"));
+    EXPECT_EQ(-1, Number(""));
+    EXPECT_EQ(-1, Number("Blooms"));
+    EXPECT_EQ("color_sketch", EffectSlug(*FindEffect("J")));
+    EXPECT_EQ("none", EffectSlug(*FindEffect("0")));
+}
+
+TEST(ToolOptionsParse, Defaults) {
+    ToolOptions o;
+    std::string err;
+    ASSERT_EQ(kParseOk, Parse({}, &o, &err)) << err;
+    EXPECT_TRUE(o.m_strInput.empty());
+    EXPECT_EQ(1280, o.m_nPreviewWidth);
+    EXPECT_EQ(720, o.m_nPreviewHeight);
+    EXPECT_EQ(0, o.m_nCaptureWidth);
+    EXPECT_TRUE(o.m_vEffects.empty());
+    EXPECT_EQ(5, o.m_nFrames);
+    EXPECT_EQ(-1, o.m_nContact);
+    EXPECT_EQ("png", o.m_strFormat);
+    EXPECT_EQ(kParseHelp, Parse({"--help"}, &o, &err));
+    EXPECT_EQ(kParseHelp, Parse({"x.png", "-h"}, &o, &err));
+}
+
+TEST(ToolOptionsParse, EverythingGiven) {
+    ToolOptions o;
+    std::string err;
+    ASSERT_EQ(kParseOk,
+              Parse({"--effect",      "8,Bloom",      "--effect",  "J",         "--param0",
+                     "1,0,0,0",       "--param1",     "-5, 6,7,8", "--preview", "1920x1080",
+                     "--capture",     "4000x3000",    "--frames",  "3",         "--crop",
+                     "10,20,300,400", "--out",        "outdir",    "--format",  "jpeg",
+                     "--raw",         "--no-contact", "--lib",     "/x/lib.so", "--nv21",
+                     "64x32",         "in.nv21"},
+                    &o, &err))
+        << err;
+    EXPECT_EQ((std::vector<int>{8, 9, 18}), o.m_vEffects);
+    EXPECT_EQ("1,0,0,0", o.m_strParam0);
+    EXPECT_EQ("-5, 6,7,8", o.m_strParam1);
+    EXPECT_EQ(1920, o.m_nPreviewWidth);
+    EXPECT_EQ(1080, o.m_nPreviewHeight);
+    EXPECT_EQ(4000, o.m_nCaptureWidth);
+    EXPECT_EQ(3000, o.m_nCaptureHeight);
+    EXPECT_EQ(3, o.m_nFrames);
+    EXPECT_TRUE(o.m_bCrop);
+    EXPECT_EQ(400, o.m_anCrop[3]);
+    EXPECT_EQ("outdir", o.m_strOutDir);
+    EXPECT_EQ("jpg", o.m_strFormat);
+    EXPECT_TRUE(o.m_bRaw);
+    EXPECT_EQ(0, o.m_nContact);
+    EXPECT_EQ("/x/lib.so", o.m_strLib);
+    EXPECT_TRUE(o.m_bNv21);
+    EXPECT_EQ(64, o.m_nNv21Width);
+    EXPECT_EQ("in.nv21", o.m_strInput);
+    EXPECT_EQ("GPU-effect=J;GE-param0=1,0,0,0;GE-param1=-5, 6,7,8",
+              CameraParameterString(o, *FindEffect("J")));
+}
+
+TEST(ToolOptionsParse, BadValuesAreRefusedWithAReason) {
+    const std::vector<std::vector<std::string>> kBad = {
+        {"--effect", "Q"},
+        {"--effect", "8,"},
+        {"--effect"},
+        {"--preview", "1000x720"},  // width not a multiple of 16
+        {"--preview", "1280x721"},  // odd height
+        {"--preview", "16x16"},     // too small
+        {"--preview", "1280"},
+        {"--preview", "1280x720x3"},
+        {"--capture", "101x100"},
+        {"--capture", "0x100"},
+        {"--nv21", "63x32", "a"},
+        {"--nv21", "64x32"},  // no input file
+        {"--param0", "1,2,3"},
+        {"--param0", "1,2,3,4,5"},
+        {"--param0", "1,2,x,4"},
+        {"--param1", "1,,3,4"},
+        {"--frames", "0"},
+        {"--frames", "-2"},
+        {"--frames", "3x"},
+        {"--crop", "1,2,3"},
+        {"--format", "bmp"},
+        {"--bogus"},
+        {"a.png", "b.png"},
+        {"--params", "GPU-effect=9", "--effect", "8"},
+        {"--params", "GPU-effect=A"},
+        {"--params", "x=1", "--param0", "1,2,3,4"},
+        {"--effect", "8,9", "--preview-out", "p.png"},
+        {"--capture-out", "c.png"},
+    };
+    for (const auto& args : kBad) {
+        ToolOptions o;
+        std::string err;
+        std::string joined;
+        for (const std::string& a : args) {
+            joined += a + " ";
+        }
+        EXPECT_EQ(kParseError, Parse(args, &o, &err)) << joined;
+        EXPECT_FALSE(err.empty()) << joined;
+    }
+}
+
+TEST(ToolOptionsParse, RawParameterString) {
+    ToolOptions o;
+    std::string err;
+    // The effect inside the string decides.
+    ASSERT_EQ(kParseOk, Parse({"--params", "GE-param0=1,2,3,4;GPU-effect=9"}, &o, &err)) << err;
+    EXPECT_EQ((std::vector<int>{9}), o.m_vEffects);
+    EXPECT_EQ("GE-param0=1,2,3,4;GPU-effect=9", CameraParameterString(o, *FindEffect("9")));
+    // Without one, each effect's key goes in front.
+    ASSERT_EQ(kParseOk, Parse({"--params", "GE-param1=5,6,7,8", "--effect", "8"}, &o, &err));
+    EXPECT_EQ("GPU-effect=8;GE-param1=5,6,7,8", CameraParameterString(o, *FindEffect("8")));
+    ASSERT_EQ(kParseOk, Parse({"--params", ""}, &o, &err));
+    EXPECT_TRUE(o.m_vEffects.empty());
+    EXPECT_EQ("GPU-effect=B", CameraParameterString(o, *FindEffect("B")));
+    EXPECT_EQ(10, EffectInParams("a=b;GPU-effect=B")->m_nNumber);
+    EXPECT_EQ(nullptr, EffectInParams("GPU-effects=9"));
+    EXPECT_EQ(nullptr, EffectInParams("GPU-effect="));
+}
+
+TEST(ToolOptionsParse, Numbers) {
+    int an[4];
+    EXPECT_TRUE(ParseFourInts("1,-2,+3,4", an));
+    EXPECT_EQ(-2, an[1]);
+    EXPECT_EQ(3, an[2]);
+    EXPECT_FALSE(ParseFourInts("1,2,3,99999999999", an));
+    EXPECT_FALSE(ParseFourInts("", an));
+    int w = 0, h = 0;
+    EXPECT_TRUE(ParseSize("640x480", &w, &h));
+    EXPECT_EQ(640, w);
+    EXPECT_EQ(480, h);
+    EXPECT_FALSE(ParseSize("x480", &w, &h));
+    EXPECT_FALSE(ParseSize("640x", &w, &h));
+    EXPECT_FALSE(ParseSize("-640x480", &w, &h));
+    EXPECT_FALSE(ParseSize("640X480", &w, &h));
+}
