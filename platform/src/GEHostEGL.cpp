@@ -24,6 +24,7 @@
 #include <system/graphics.h>
 #include <system/window.h>
 
+#include <atomic>
 #include <set>
 #include <vector>
 
@@ -51,7 +52,7 @@ std::set<HostImage*>& Images() {
 }
 
 // What eglGetDisplay chose for EGL_DEFAULT_DISPLAY.
-const char* s_szPlatform = "none";
+std::atomic<const char*> s_szPlatform{"none"};
 
 template <typename Fn>
 Fn Proc(const char* name) {
@@ -304,6 +305,7 @@ EGLBoolean __wrap_eglTerminate(EGLDisplay dpy) {
         native->common.decRef(const_cast<android_native_base_t*>(&native->common));
     }
     ForgetFenceDisplay(dpy);
+    PinDrivers();
     return __real_eglTerminate(dpy);
 }
 

@@ -105,6 +105,10 @@ void RaiseGLError(GLenum error);
 // The major version of the current context's OpenGL ES, 2 when unknown.
 int CurrentGLESMajor();
 
+// Sanitizer builds: keeps the loaded driver objects mapped for the leak
+// report (GEHostSanitizer.cpp). Otherwise nothing.
+void PinDrivers();
+
 // Per-tag logging through the POSTEFFECT_LOG masks.
 void HostLog(int priority, const char* tag, const char* fmt, ...)
     __attribute__((format(printf, 3, 4)));
