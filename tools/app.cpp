@@ -1,6 +1,7 @@
 #include "app.h"
 
 #include <errno.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -123,6 +124,15 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
     if (!LoadScene(opts, input, &scene, err)) {
         return 1;
     }
+    const bool bAll = opts.m_vEffects.empty();
+    // The library reads its log masks from the environment. Running every
+    // effect of the table asks for effects that may not exist, each of which
+    // would log an error; the table says which were skipped and why.
+    if (!opts.m_strLog.empty()) {
+        setenv("POSTEFFECT_LOG", opts.m_strLog.c_str(), 1);
+    } else if (bAll && !getenv("POSTEFFECT_LOG")) {
+        setenv("POSTEFFECT_LOG", "*=0x00", 1);
+    }
     PostEffectLibrary lib;
     std::string msg;
     const std::string libPath = opts.m_strLib.empty() ? defaultLib : opts.m_strLib;
@@ -136,7 +146,6 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
         return 1;
     }
 
-    const bool bAll = opts.m_vEffects.empty();
     std::vector<int> effects;
     if (bAll) {
         for (int n = 1; n < int(EffectTable().size()); ++n) {

@@ -199,6 +199,9 @@ std::string ToolUsage() {
            "  --contact          write posteffect-contact.png (default when no --effect)\n"
            "  --no-contact       do not write it\n"
            "  --lib PATH         the plug-in library (default: the one built with this tool)\n"
+           "  --log MASKS        the library's log masks (POSTEFFECT_LOG, e.g. '*=0x16');\n"
+           "                     by default errors, or nothing when every effect runs\n"
+           "                     (effects that do not exist would each log one)\n"
            "  -h, --help         this text\n"
            "\n"
            "Per effect it writes posteffect-NAME-preview.png and posteffect-NAME-capture.png\n"
@@ -238,7 +241,7 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
                    arg == "--capture" || arg == "--param0" || arg == "--param1" ||
                    arg == "--params" || arg == "--frames" || arg == "--crop" || arg == "--out" ||
                    arg == "--format" || arg == "--preview-out" || arg == "--capture-out" ||
-                   arg == "--lib") {
+                   arg == "--lib" || arg == "--log") {
             if (!value(&v)) {
                 return fail(arg + " needs a value");
             }
@@ -310,6 +313,8 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
                 o.m_strCaptureOut = v;
             } else if (arg == "--lib") {
                 o.m_strLib = v;
+            } else if (arg == "--log") {
+                o.m_strLog = v;
             }
         } else if (!arg.empty() && arg[0] == '-') {
             return fail("unknown option " + arg);

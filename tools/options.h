@@ -50,6 +50,7 @@ struct ToolOptions {
     int m_nContact = -1;              // -1: when every effect runs; 0 no; 1 yes
     bool m_bNoCapture = false;
     std::string m_strLib;  // empty: the built library
+    std::string m_strLog;  // POSTEFFECT_LOG for the library; empty: see --log
 };
 
 enum ParseStatus { kParseOk, kParseHelp, kParseError };

@@ -91,8 +91,8 @@ TEST(ToolOptionsParse, EverythingGiven) {
                      "1,0,0,0",       "--param1",     "-5, 6,7,8", "--preview", "1920x1080",
                      "--capture",     "4000x3000",    "--frames",  "3",         "--crop",
                      "10,20,300,400", "--out",        "outdir",    "--format",  "jpeg",
-                     "--raw",         "--no-contact", "--lib",     "/x/lib.so", "--nv21",
-                     "64x32",         "in.nv21"},
+                     "--raw",         "--no-contact", "--lib",     "/x/lib.so", "--log",
+                     "*=0x16",        "--nv21",       "64x32",     "in.nv21"},
                     &o, &err))
         << err;
     EXPECT_EQ((std::vector<int>{8, 9, 18}), o.m_vEffects);
@@ -110,6 +110,7 @@ TEST(ToolOptionsParse, EverythingGiven) {
     EXPECT_TRUE(o.m_bRaw);
     EXPECT_EQ(0, o.m_nContact);
     EXPECT_EQ("/x/lib.so", o.m_strLib);
+    EXPECT_EQ("*=0x16", o.m_strLog);
     EXPECT_TRUE(o.m_bNv21);
     EXPECT_EQ(64, o.m_nNv21Width);
     EXPECT_EQ("in.nv21", o.m_strInput);
