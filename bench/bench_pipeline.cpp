@@ -1,0 +1,573 @@
+// Where the time of a preview frame and of a capture goes, for Mirror (8)
+// and Bloom (9), beside the bare GL floor of the same size measured in the
+// same run.
+//
+// bench_pipeline [Google Benchmark flags]
+//
+// Preview, 1280x720 and 1920x1080:
+//   Parts/...  through the engine directly (GEManager over a graphics buffer,
+//              as the plug-in's worker drives it), timed step by step:
+//              expand  CPU expansion of the NV21 frame into the buffer
+//                      (sp2yuvxs);
+//              upload  the gralloc clean of the buffer: on this host it is
+//                      where the texture gets the CPU's bytes (glTexSubImage2D);
+//                      on the device the GPU reads the shared memory and the
+//                      clean is a cache operation;
+//              render  GEManager::ProcFrame: the effect's draw and the two YUV
+//                      conversion passes, to glFinish;
+//              copy    GEManager::MemcpyYUV: the converted planes read back
+//                      (on this host the clean of the two output buffers
+//                      reads the textures with glReadPixels) and copied over
+//                      the frame.
+//   Whole/...  handlePreview of the dlopen'd plug-in on a shared-memory camera
+//              buffer: the parts plus the task queue round trip to the worker.
+// Capture, 4000x3000 in tiles of the preview size:
+//   CaptureParts/...  the engine in capture mode with this program as the tile
+//              source (the plug-in's convertRect: sp2yuvxs and the clean):
+//              bringup (Init, ChooseEffect: shader compilation), fetch (all
+//              tiles' expansion and upload), gpu+blockcopy (the rest of
+//              ProcFrame), copy (the result copied over the camera planes).
+//   CaptureWhole/...  handleCapture of the plug-in.
+// Floor/WxH: one RGBA frame of that size uploaded into a texture
+//   (glTexSubImage2D), one full-screen textured draw into a framebuffer of
+//   the same size, and glReadPixels of it, on a context brought up like the
+//   worker's.
+//
+// After the runs, a summary gives the median milliseconds of each and their
+// ratio to the floor of the same size.
+#include <GLES2/gl2.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <string.h>
+#include <ui/GraphicBuffer.h>
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <alloc_controller.h>
+#include <benchmark/benchmark.h>
+#include <gralloc_priv.h>
+
+#include "engine/GEManager.h"
+#include "harness.h"
+#include "sp2yuvx.h"
+
+namespace {
+
+struct Size {
+    int nWidth;
+    int nHeight;
+};
+const Size kPreviewSizes[] = {{1280, 720}, {1920, 1080}};
+const Size kCaptureSize = {4000, 3000};
+const int kEffects[] = {8, 9};
+const int kPreviewIterations = 20;
+const int kCaptureIterations = 3;
+const int kWarmUpFrames = 2;
+
+double NowMs() {
+    using namespace std::chrono;
+    return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
+}
+
+const char* EffectName(int n) {
+    return n == 8 ? "Mirror" : "Bloom";
+}
+
+std::string SizeName(const Size& s) {
+    return std::to_string(s.nWidth) + "x" + std::to_string(s.nHeight);
+}
+
+// Per-iteration samples in milliseconds, by "row/column" name, for the
+// summary.
+std::map<std::string, std::vector<double>>& Samples() {
+    static std::map<std::string, std::vector<double>> s;
+    return s;
+}
+
+double Median(std::vector<double> v) {
+    if (v.empty()) {
+        return -1;
+    }
+    std::sort(v.begin(), v.end());
+    const size_t n = v.size();
+    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+// A camera frame with some texture to it.
+NV21Frame MakeFrame(const Size& s) {
+    NV21Frame f;
+    f.Resize(s.nWidth, s.nHeight);
+    uint32_t x = 12345;
+    for (uint8_t& b : f.m_vData) {
+        x = x * 1103515245u + 12345u;
+        b = uint8_t(x >> 24);
+    }
+    return f;
+}
+
+int AlignUp32(int n) {
+    return (n + 31) & ~31;
+}
+
+const private_handle_t* HandleOf(const android::sp<android::GraphicBuffer>& b) {
+    return static_cast<const private_handle_t*>(b->getNativeBuffer()->handle);
+}
+
+int CleanBuffer(const android::sp<android::GraphicBuffer>& b) {
+    const private_handle_t* h = HandleOf(b);
+    android::sp<gralloc::IMemAlloc> alloc =
+        gralloc::IAllocController::getInstance()->getAllocator(h->flags);
+    return alloc->clean_buffer(reinterpret_cast<void*>(h->base), size_t(h->size), h->offset, h->fd,
+                               gralloc::CACHE_CLEAN);
+}
+
+android::sp<android::GraphicBuffer> NewBuffer(const Size& s) {
+    return new android::GraphicBuffer(uint32_t(AlignUp32(s.nWidth)), uint32_t(s.nHeight),
+                                      1 /* RGBA_8888 */, 0x130);
+}
+
+void BM_PreviewParts(benchmark::State& state, int nEffect, Size size) {
+    const std::string row = std::string(EffectName(nEffect)) + " " + SizeName(size);
+    GEManager* pMan = new GEManager();
+    android::sp<android::GraphicBuffer> buffer = NewBuffer(size);
+    if (buffer->initCheck() != android::NO_ERROR ||
+        !pMan->Init(buffer->getNativeBuffer(), uint32_t(AlignUp32(size.nWidth)),
+                    uint32_t(size.nHeight), 0, 0, 0, uint32_t(size.nWidth), uint32_t(size.nHeight),
+                    nullptr)) {
+        delete pMan;
+        state.SkipWithError("GEManager::Init failed");
+        return;
+    }
+    pMan->m_bLandscaped = false;
+    if (!pMan->ChooseEffect(unsigned(nEffect), 0)) {
+        delete pMan;
+        state.SkipWithError("GEManager::ChooseEffect failed");
+        return;
+    }
+    pMan->SetParam(0, 0, 0, 0, 0);
+    pMan->SetParam(1, 0, 0, 0, 0);
+    const NV21Frame frame = MakeFrame(size);
+    std::vector<uint8_t> out(frame.m_vData.size());
+    const private_handle_t* h = HandleOf(buffer);
+    void* pPixels = reinterpret_cast<void*>(h->base);
+    const int nStride = int(buffer->getStride());
+    const int w = size.nWidth;
+    const int hh = size.nHeight;
+    double sum[4] = {0, 0, 0, 0};
+    auto one = [&](double* pDt) {
+        const double t0 = NowMs();
+        sp2yuvxs(pPixels, nStride, hh, frame.Luma(), w, hh, 0, 0, w, hh);
+        const double t1 = NowMs();
+        CleanBuffer(buffer);
+        const double t2 = NowMs();
+        pMan->ProcFrame(0u, 0u, 0, 0);
+        const double t3 = NowMs();
+        pMan->MemcpyYUV(out.data(), out.data() + size_t(w) * hh);
+        const double t4 = NowMs();
+        pDt[0] = t1 - t0;
+        pDt[1] = t2 - t1;
+        pDt[2] = t3 - t2;
+        pDt[3] = t4 - t3;
+    };
+    double dt[4];
+    for (int i = 0; i < kWarmUpFrames; ++i) {
+        one(dt);
+    }
+    for (auto _ : state) {
+        one(dt);
+        const char* kNames[4] = {"expand", "upload", "render", "copy"};
+        for (int k = 0; k < 4; ++k) {
+            sum[k] += dt[k];
+            Samples()[row + "/" + kNames[k]].push_back(dt[k]);
+        }
+        Samples()[row + "/parts"].push_back(dt[0] + dt[1] + dt[2] + dt[3]);
+        state.SetIterationTime((dt[0] + dt[1] + dt[2] + dt[3]) / 1000.0);
+    }
+    const double n = double(state.iterations());
+    state.counters["expand_ms"] = sum[0] / n;
+    state.counters["upload_ms"] = sum[1] / n;
+    state.counters["render_ms"] = sum[2] / n;
+    state.counters["copy_ms"] = sum[3] / n;
+    pMan->Deinit();
+    delete pMan;
+}
+
+// The plug-in as the camera service loads it.
+struct PlugIn {
+    PostEffectLibrary lib;
+    IPostEffect* pEffect = nullptr;
+    bool Start(int nEffect, const Size& preview, std::string* pErr) {
+        if (!lib.Open(POSTEFFECT_LIBRARY, pErr)) {
+            return false;
+        }
+        pEffect = lib.Create();
+        if (!pEffect || pEffect->start() != 0) {
+            *pErr = "the plug-in did not start";
+            return false;
+        }
+        pEffect->setParameters(android::String8(("GPU-effect=" + std::to_string(nEffect)).c_str()));
+        pEffect->startPreview(preview.nWidth, preview.nHeight);
+        return true;
+    }
+    ~PlugIn() {
+        if (pEffect) {
+            pEffect->stopPreview();
+            pEffect->stop();
+            lib.Destroy(pEffect);
+        }
+    }
+};
+
+void BM_PreviewWhole(benchmark::State& state, int nEffect, Size size) {
+    const std::string row = std::string(EffectName(nEffect)) + " " + SizeName(size);
+    PlugIn plugIn;
+    std::string err;
+    if (!plugIn.Start(nEffect, size, &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    const NV21Frame frame = MakeFrame(size);
+    SharedBuffer heap;
+    if (!heap.Alloc(frame.m_vData.size(), "bench-preview", &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    for (int i = 0; i < kWarmUpFrames; ++i) {
+        memcpy(heap.Base(), frame.m_vData.data(), frame.m_vData.size());
+        if (plugIn.pEffect->handlePreview(heap.Fd(), heap.Base(), 0) != 0) {
+            state.SkipWithError("handlePreview failed");
+            return;
+        }
+    }
+    for (auto _ : state) {
+        memcpy(heap.Base(), frame.m_vData.data(), frame.m_vData.size());  // a new frame
+        const double t0 = NowMs();
+        plugIn.pEffect->handlePreview(heap.Fd(), heap.Base(), 0);
+        const double dt = NowMs() - t0;
+        Samples()[row + "/whole"].push_back(dt);
+        state.SetIterationTime(dt / 1000.0);
+    }
+}
+
+// The capture's tile source, as the plug-in's convertRect does it; it keeps
+// the time spent in it.
+class TileSource : public IYUVConverter {
+public:
+    TileSource(const NV21Frame& capture, android::sp<android::GraphicBuffer> buffer)
+        : m_capture(capture), m_buffer(buffer) {}
+    int convertRect(void* dst, int dw, int dh, int rx, int ry, int rw, int rh) override {
+        const double t0 = NowMs();
+        sp2yuvxs(dst, dw, dh, m_capture.Luma(), m_capture.Chroma(), m_capture.m_nWidth,
+                 m_capture.m_nHeight, rx, ry, rw, rh);
+        CleanBuffer(m_buffer);
+        m_dMs += NowMs() - t0;
+        return 1;
+    }
+    double m_dMs = 0;
+
+private:
+    const NV21Frame& m_capture;
+    android::sp<android::GraphicBuffer> m_buffer;
+};
+
+void BM_CaptureParts(benchmark::State& state, int nEffect, Size tile) {
+    const std::string row =
+        std::string(EffectName(nEffect)) + " " + SizeName(kCaptureSize) + " /" + SizeName(tile);
+    const NV21Frame capture = MakeFrame(kCaptureSize);
+    NV21Frame camera = capture;  // the camera's planes the result goes back to
+    std::vector<uint8_t> memYUV(capture.m_vData.size());
+    GEManager* pMan = new GEManager();
+    double sum[4] = {0, 0, 0, 0};
+    for (auto _ : state) {
+        android::sp<android::GraphicBuffer> buffer = NewBuffer(tile);
+        TileSource source(capture, buffer);
+        const double t0 = NowMs();
+        bool bOk = pMan->Init(buffer->getNativeBuffer(), uint32_t(AlignUp32(tile.nWidth)),
+                              uint32_t(tile.nHeight), 0, 0, 0, uint32_t(tile.nWidth),
+                              uint32_t(tile.nHeight), &source);
+        pMan->m_bLandscaped = false;
+        bOk = bOk && pMan->ChooseEffect(unsigned(nEffect), 1);
+        pMan->SetParam(0, 0, 0, 0, 0);
+        pMan->SetParam(1, 0, 0, 0, 0);
+        pMan->SetCrop(0, 0, 0, 0);
+        const double t1 = NowMs();
+        bOk = bOk && pMan->ProcFrame(camera.Luma(), camera.Chroma(), memYUV.data(),
+                                     kCaptureSize.nWidth, kCaptureSize.nHeight);
+        const double t2 = NowMs();
+        memcpy(camera.m_vData.data(), memYUV.data(), memYUV.size());
+        const double t3 = NowMs();
+        pMan->Deinit();
+        if (!bOk) {
+            state.SkipWithError("the capture failed");
+            break;
+        }
+        const double dt[4] = {t1 - t0, source.m_dMs, (t2 - t1) - source.m_dMs, t3 - t2};
+        const char* kNames[4] = {"bringup", "fetch", "gpu+blockcopy", "copy"};
+        for (int k = 0; k < 4; ++k) {
+            sum[k] += dt[k];
+            Samples()[row + "/" + kNames[k]].push_back(dt[k]);
+        }
+        Samples()[row + "/parts"].push_back(t3 - t0);
+        state.SetIterationTime((t3 - t0) / 1000.0);
+    }
+    const double n = double(std::max<int64_t>(1, state.iterations()));
+    state.counters["bringup_ms"] = sum[0] / n;
+    state.counters["fetch_ms"] = sum[1] / n;
+    state.counters["gpu_blockcopy_ms"] = sum[2] / n;
+    state.counters["copy_ms"] = sum[3] / n;
+    delete pMan;
+}
+
+void BM_CaptureWhole(benchmark::State& state, int nEffect, Size tile) {
+    const std::string row =
+        std::string(EffectName(nEffect)) + " " + SizeName(kCaptureSize) + " /" + SizeName(tile);
+    PlugIn plugIn;
+    std::string err;
+    if (!plugIn.Start(nEffect, tile, &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    const NV21Frame capture = MakeFrame(kCaptureSize);
+    const size_t nLuma = size_t(kCaptureSize.nWidth) * kCaptureSize.nHeight;
+    const int nUVOffset = CaptureUVOffset(kCaptureSize.nWidth, kCaptureSize.nHeight);
+    SharedBuffer heap;
+    if (!heap.Alloc(size_t(kCaptureYOffset) + size_t(nUVOffset) + nLuma / 2, "bench-capture",
+                    &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    for (auto _ : state) {
+        memcpy(heap.Base() + kCaptureYOffset, capture.Luma(), nLuma);
+        memcpy(heap.Base() + kCaptureYOffset + nUVOffset, capture.Chroma(), nLuma / 2);
+        const double t0 = NowMs();
+        const int rc =
+            plugIn.pEffect->handleCapture(kCaptureSize.nWidth, kCaptureSize.nHeight, heap.Fd(),
+                                          heap.Base(), kCaptureYOffset, nUVOffset);
+        const double dt = NowMs() - t0;
+        if (rc != 0) {
+            state.SkipWithError("handleCapture failed");
+            break;
+        }
+        Samples()[row + "/whole"].push_back(dt);
+        state.SetIterationTime(dt / 1000.0);
+    }
+}
+
+const char* kFloorVertex =
+    "attribute vec4 a_vertexCoord;\n"
+    "attribute vec2 a_textureCoord;\n"
+    "varying vec2 v_texCoord;\n"
+    "void main() { gl_Position = a_vertexCoord; v_texCoord = a_textureCoord; }\n";
+const char* kFloorFragment =
+    "precision highp float;\n"
+    "uniform sampler2D s_texture0;\n"
+    "varying vec2 v_texCoord;\n"
+    "void main() { gl_FragColor = texture2D(s_texture0, v_texCoord); }\n";
+
+GLuint Compile(GLenum type, const char* src) {
+    GLuint s = glCreateShader(type);
+    glShaderSource(s, 1, &src, nullptr);
+    glCompileShader(s);
+    return s;
+}
+
+void BM_Floor(benchmark::State& state, Size size) {
+    const std::string row = "floor " + SizeName(size);
+    GEManager* pMan = new GEManager();  // a context like the worker's, current here
+    const int w = size.nWidth;
+    const int h = size.nHeight;
+    GLuint prog = glCreateProgram();
+    GLuint vs = Compile(GL_VERTEX_SHADER, kFloorVertex);
+    GLuint fs = Compile(GL_FRAGMENT_SHADER, kFloorFragment);
+    glAttachShader(prog, vs);
+    glAttachShader(prog, fs);
+    glLinkProgram(prog);
+    GLint nLinked = 0;
+    glGetProgramiv(prog, GL_LINK_STATUS, &nLinked);
+    GLuint tex[2];
+    glGenTextures(2, tex);
+    for (GLuint t : tex) {
+        glBindTexture(GL_TEXTURE_2D, t);
+        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    }
+    GLuint fbo;
+    glGenFramebuffers(1, &fbo);
+    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex[1], 0);
+    if (!nLinked || glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+        delete pMan;
+        state.SkipWithError("GL floor set-up failed");
+        return;
+    }
+    static const GLfloat kQuad[] = {-1, 1, 1, 1, -1, -1, 1, 1, 1, -1, 1, 1, 1, 1, 1, 1};
+    static const GLfloat kTex[] = {0, 1, 0, 0, 1, 0, 1, 1};
+    static const GLushort kIdx[] = {0, 1, 2, 0, 2, 3};
+    const GLint aPos = glGetAttribLocation(prog, "a_vertexCoord");
+    const GLint aTex = glGetAttribLocation(prog, "a_textureCoord");
+    std::vector<uint8_t> in(size_t(w) * h * 4);
+    uint32_t x = 99;
+    for (uint8_t& b : in) {
+        x = x * 1103515245u + 12345u;
+        b = uint8_t(x >> 24);
+    }
+    std::vector<uint8_t> out(in.size());
+    auto one = [&]() {
+        const double t0 = NowMs();
+        glBindTexture(GL_TEXTURE_2D, tex[0]);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, in.data());
+        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+        glViewport(0, 0, w, h);
+        glUseProgram(prog);
+        glActiveTexture(GL_TEXTURE0);
+        glUniform1i(glGetUniformLocation(prog, "s_texture0"), 0);
+        glVertexAttribPointer(GLuint(aPos), 4, GL_FLOAT, GL_FALSE, 0, kQuad);
+        glEnableVertexAttribArray(GLuint(aPos));
+        glVertexAttribPointer(GLuint(aTex), 2, GL_FLOAT, GL_FALSE, 0, kTex);
+        glEnableVertexAttribArray(GLuint(aTex));
+        glDrawElements(GL_TRIANGLES, 6, GL_UNSIGNED_SHORT, kIdx);
+        glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, out.data());
+        return NowMs() - t0;
+    };
+    for (int i = 0; i < kWarmUpFrames; ++i) {
+        one();
+    }
+    for (auto _ : state) {
+        const double dt = one();
+        Samples()[row + "/floor"].push_back(dt);
+        state.SetIterationTime(dt / 1000.0);
+    }
+    if (glGetError() != GL_NO_ERROR) {
+        state.SkipWithError("GL error in the floor");
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDeleteFramebuffers(1, &fbo);
+    glDeleteTextures(2, tex);
+    glDeleteProgram(prog);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+    delete pMan;
+}
+
+void Register() {
+    for (const Size& s : kPreviewSizes) {
+        const std::string sz = SizeName(s);
+        benchmark::RegisterBenchmark(("Floor/" + sz).c_str(), BM_Floor, s)
+            ->Iterations(kPreviewIterations)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+        for (int e : kEffects) {
+            const std::string name = std::string(EffectName(e)) + "/" + sz;
+            benchmark::RegisterBenchmark(("Parts/" + name).c_str(), BM_PreviewParts, e, s)
+                ->Iterations(kPreviewIterations)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+            benchmark::RegisterBenchmark(("Whole/" + name).c_str(), BM_PreviewWhole, e, s)
+                ->Iterations(kPreviewIterations)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+        }
+    }
+    benchmark::RegisterBenchmark(("Floor/" + SizeName(kCaptureSize)).c_str(), BM_Floor,
+                                 kCaptureSize)
+        ->Iterations(kCaptureIterations * 2)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    for (const Size& tile : kPreviewSizes) {
+        for (int e : kEffects) {
+            const std::string name = std::string(EffectName(e)) + "/" + SizeName(kCaptureSize) +
+                                     "/tile:" + SizeName(tile);
+            benchmark::RegisterBenchmark(("CaptureParts/" + name).c_str(), BM_CaptureParts, e, tile)
+                ->Iterations(kCaptureIterations)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+            benchmark::RegisterBenchmark(("CaptureWhole/" + name).c_str(), BM_CaptureWhole, e, tile)
+                ->Iterations(kCaptureIterations)
+                ->UseManualTime()
+                ->Unit(benchmark::kMillisecond);
+        }
+    }
+}
+
+// A median in a column of nWidth characters, "-" when nothing was measured.
+std::string Cell(double ms, int nWidth, int nDigits) {
+    char buf[64];
+    if (ms < 0) {
+        snprintf(buf, sizeof(buf), "%*s", nWidth, "-");
+    } else {
+        snprintf(buf, sizeof(buf), "%*.*f", nWidth, nDigits, ms);
+    }
+    return buf;
+}
+
+std::string Ratio(double ms, double floorMs, int nWidth) {
+    char buf[64];
+    if (ms < 0 || floorMs <= 0) {
+        snprintf(buf, sizeof(buf), "%*s", nWidth, "-");
+    } else {
+        snprintf(buf, sizeof(buf), "%*.2fx", nWidth - 1, ms / floorMs);
+    }
+    return buf;
+}
+
+void PrintSummary() {
+    auto med = [](const std::string& key) {
+        auto it = Samples().find(key);
+        return it == Samples().end() ? -1.0 : Median(it->second);
+    };
+    printf("\nSummary (median ms per frame; x = ratio to the GL floor of the same size)\n");
+    printf("\nPreview\n%-18s %7s %7s %7s %7s %8s %8s %8s %9s %9s\n", "", "expand", "upload",
+           "render", "copy", "parts", "whole", "floor", "render/x", "whole/x");
+    for (const Size& s : kPreviewSizes) {
+        const double floorMs = med("floor " + SizeName(s) + "/floor");
+        for (int e : kEffects) {
+            const std::string row = std::string(EffectName(e)) + " " + SizeName(s);
+            const double render = med(row + "/render");
+            const double whole = med(row + "/whole");
+            printf("%-18s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
+                   Cell(med(row + "/expand"), 7, 2).c_str(),
+                   Cell(med(row + "/upload"), 7, 2).c_str(), Cell(render, 7, 2).c_str(),
+                   Cell(med(row + "/copy"), 7, 2).c_str(), Cell(med(row + "/parts"), 8, 2).c_str(),
+                   Cell(whole, 8, 2).c_str(), Cell(floorMs, 8, 2).c_str(),
+                   Ratio(render, floorMs, 9).c_str(), Ratio(whole, floorMs, 9).c_str());
+        }
+    }
+    const double floorMs = med("floor " + SizeName(kCaptureSize) + "/floor");
+    printf("\nCapture %s (GL floor %s ms)\n%-34s %8s %8s %13s %7s %8s %8s %9s\n",
+           SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), "", "bringup", "fetch",
+           "gpu+blockcopy", "copy", "parts", "whole", "whole/x");
+    for (const Size& tile : kPreviewSizes) {
+        for (int e : kEffects) {
+            const std::string row =
+                std::string(EffectName(e)) + " " + SizeName(kCaptureSize) + " /" + SizeName(tile);
+            const double whole = med(row + "/whole");
+            printf("%-34s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
+                   Cell(med(row + "/bringup"), 8, 1).c_str(),
+                   Cell(med(row + "/fetch"), 8, 1).c_str(),
+                   Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
+                   Cell(med(row + "/copy"), 7, 1).c_str(), Cell(med(row + "/parts"), 8, 1).c_str(),
+                   Cell(whole, 8, 1).c_str(), Ratio(whole, floorMs, 9).c_str());
+        }
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Register();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    PrintSummary();
+    return 0;
+}
