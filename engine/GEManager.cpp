@@ -1,0 +1,440 @@
+#include "engine/GEManager.h"
+
+#include <fcntl.h>
+#include <linux/fb.h>
+#include <stdint.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <GLES2/gl2.h>
+
+#include "effects/GEEffects.h"
+#include "effects/GEShaderMirror.h"
+#include "engine/GEShader.h"
+#include "gl/GECommon.h"
+#include "gl/GELog.h"
+#include "gl/GLFbo.h"
+#include "gl/GLTexture.h"
+
+static_assert(GEManager::kEffectCount == GE_EFFECT_COUNT, "one effect table");
+
+namespace {
+
+GELogTag s_log("GEManager");
+
+const char kFrameBufferDevice[] = "/dev/graphics/fb0";
+const char kEqualsLine[] = "======================================================";
+
+// Frame timing, shared by every manager of the process: the running total
+// behind the 50-frame average, and the FPS interval.
+const unsigned kAvgFrames = 50;
+const uint32_t kFPSIntervalMs = 2000;
+uint32_t s_nAvgTotalMs = 0;
+unsigned s_nAvgFrames = 0;
+bool s_bFPSStarted = false;
+uint32_t s_nFPSStartMs = 0;
+unsigned s_nFPSFrames = 0;
+
+}  // namespace
+
+GEManager::GEManager() : GEManager(NoEGL()) {
+    m_eglDisplay = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+    if (m_eglDisplay == EGL_NO_DISPLAY) {
+        GE_LOGE(s_log, "[%s] m_eglDisplay failed - EGL_NO_DISPLAY", "GEManager");
+        return;
+    }
+    GE_LOGD(s_log, "[%s] m_eglDisplay successfully", "GEManager");
+
+    EGLBoolean ok = eglInitialize(m_eglDisplay, nullptr, nullptr);
+    if (!ok) {
+        GE_LOGE(s_log, "[%s] eglInitialize failed: %d - eglGetError Returned: %d", "GEManager", 0,
+                (int)eglGetError());
+        return;
+    }
+    GE_LOGD(s_log, "[%s] eglInitialize successfully", "GEManager");
+
+    const EGLint configAttribs[] = {EGL_SURFACE_TYPE,
+                                    EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
+                                    EGL_RED_SIZE,
+                                    5,
+                                    EGL_GREEN_SIZE,
+                                    6,
+                                    EGL_BLUE_SIZE,
+                                    5,
+                                    EGL_ALPHA_SIZE,
+                                    EGL_DONT_CARE,
+                                    EGL_DEPTH_SIZE,
+                                    16,
+                                    EGL_STENCIL_SIZE,
+                                    4,
+                                    EGL_RENDERABLE_TYPE,
+                                    EGL_OPENGL_ES2_BIT,
+                                    EGL_NONE};
+    EGLConfig configs[10];
+    EGLint numConfigs = 0;
+    ok = eglChooseConfig(m_eglDisplay, configAttribs, configs, 10, &numConfigs);
+    if (!ok || numConfigs < 1) {
+        // A list without a match is a failure too: there is no config to use.
+        GE_LOGE(s_log, "[%s] eglChooseConfig failed: %d - eglGetError Returned: %d", "GEManager",
+                (int)ok, (int)eglGetError());
+        return;
+    }
+    m_eglConfig = configs[0];
+    GE_LOGD(s_log, "[%s] eglChooseConfig successfully", "GEManager");
+
+    const EGLint contextAttribs[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
+    m_eglContext = eglCreateContext(m_eglDisplay, m_eglConfig, EGL_NO_CONTEXT, contextAttribs);
+    if (m_eglContext == EGL_NO_CONTEXT) {
+        GE_LOGE(s_log, "[%s] eglCreateContext failed - eglGetError Returned: %d", "GEManager",
+                (int)eglGetError());
+        return;
+    }
+    GE_LOGD(s_log, "[%s] eglCreateContext successfully", "GEManager");
+
+    const EGLint surfaceAttribs[] = {EGL_WIDTH, 1, EGL_HEIGHT, 1, EGL_NONE};
+    m_eglSurface = eglCreatePbufferSurface(m_eglDisplay, m_eglConfig, surfaceAttribs);
+    if (m_eglSurface == EGL_NO_SURFACE) {
+        GE_LOGE(s_log, "[%s] eglCreatePbufferSurface failed - eglGetError Returned: %d",
+                "GEManager", (int)eglGetError());
+        return;
+    }
+    GE_LOGD(s_log, "[%s] eglCreatePbufferSurface successfully", "GEManager");
+
+    ok = eglMakeCurrent(m_eglDisplay, m_eglSurface, m_eglSurface, m_eglContext);
+    if (!ok) {
+        GE_LOGE(s_log, "[%s] eglMakeCurrent failed: %d - eglGetError Returned: %d", "GEManager",
+                (int)ok, (int)eglGetError());
+        return;
+    }
+    GE_LOGD(s_log, "[%s] eglMakeCurrent successfully", "GEManager");
+
+    g_eglDisplay = m_eglDisplay;
+    g_eglContext = m_eglContext;
+    m_bEGLReady = true;
+}
+
+GEManager::GEManager(NoEGL)
+    : m_bLandscaped(false),
+      m_eglDisplay(EGL_NO_DISPLAY),
+      m_eglConfig(nullptr),
+      m_eglSurface(EGL_NO_SURFACE),
+      m_eglContext(EGL_NO_CONTEXT),
+      m_bEGLReady(false),
+      m_bFrameReady(false),
+      m_nEffectCount(kEffectCount),
+      m_bCaptureMode(false),
+      m_nCurrEffect(-1),
+      m_pCurrShader(nullptr),
+      m_pShaderBypass(nullptr),
+      m_pSrcTexture(nullptr),
+      m_pDstFbo(nullptr),
+      m_nEffectArg(0),
+      m_nViewportX(-1),
+      m_nViewportY(-1),
+      m_nViewportW(-1),
+      m_nViewportH(-1),
+      m_nDispWidth(-1),
+      m_nDispHeight(-1),
+      m_bUnused(false),
+      m_pConverter(nullptr) {}
+
+GEManager::~GEManager() {
+    Deinit();
+    if (m_eglDisplay == EGL_NO_DISPLAY) {
+        return;
+    }
+    m_bEGLReady = false;
+    GE_LOGD(s_log, "[%s] eglMakeCurrent", "~GEManager");
+    eglMakeCurrent(m_eglDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    GE_LOGD(s_log, "[%s] eglDestroySurface", "~GEManager");
+    if (m_eglSurface != EGL_NO_SURFACE) {
+        eglDestroySurface(m_eglDisplay, m_eglSurface);
+        m_eglSurface = EGL_NO_SURFACE;
+    }
+    GE_LOGD(s_log, "[%s] eglDestroyContext", "~GEManager");
+    if (m_eglContext != EGL_NO_CONTEXT) {
+        eglDestroyContext(m_eglDisplay, m_eglContext);
+        m_eglContext = EGL_NO_CONTEXT;
+    }
+    GE_LOGD(s_log, "[%s] eglTerminate", "~GEManager");
+    eglTerminate(m_eglDisplay);
+    m_eglDisplay = EGL_NO_DISPLAY;
+    g_eglDisplay = EGL_NO_DISPLAY;
+    g_eglContext = EGL_NO_CONTEXT;
+}
+
+bool GEManager::Init(ANativeWindowBuffer* buffer, unsigned, unsigned, unsigned, unsigned x,
+                     unsigned y, unsigned w, unsigned h, IYUVConverter* conv) {
+    GE_LOGI(s_log, "[%s] enter", "Init");
+    GE_LOGI(s_log, "[%s] %s", "Init", kEqualsLine);
+    GE_LOGI(s_log, "[%s] GEManager::Init", "Init");
+    GE_LOGI(s_log, "[%s] %s", "Init", kEqualsLine);
+
+    if (!m_bEGLReady) {
+        GE_LOGE(s_log, "[%s] EGL not inited", "Init");
+        return false;
+    }
+    // A second Init without Deinit starts over rather than leaking the
+    // previous texture and leaving the effect on it.
+    if (m_bFrameReady || m_pSrcTexture != nullptr || m_pCurrShader != nullptr) {
+        Deinit();
+    }
+
+    m_nViewportX = (int)x;
+    m_nViewportY = (int)y;
+    m_nViewportW = (int)w;
+    m_nViewportH = (int)h;
+
+    int fd = open(kFrameBufferDevice, O_RDWR);
+    if (fd >= 0) {
+        struct fb_var_screeninfo info;
+        if (ioctl(fd, FBIOGET_VSCREENINFO, &info) == 0) {
+            unsigned larger = info.xres > info.yres ? info.xres : info.yres;
+            unsigned smaller = info.xres > info.yres ? info.yres : info.xres;
+            g_Disp_Width = (int)larger;
+            g_Disp_Height = (int)smaller;
+        }
+        close(fd);
+    }
+    GE_LOGI(s_log, "[%s] g_Disp_Width=%d, g_Disp_Height=%d", "Init", g_Disp_Width, g_Disp_Height);
+    m_nDispWidth = g_Disp_Width;
+    m_nDispHeight = g_Disp_Height;
+    m_pConverter = conv;
+
+    GE_LOGI(s_log, "[%s] New GLTexture for input frame native addr %u, w=%d, h=%d", "Init",
+            (unsigned)(uintptr_t)buffer, (int)w, (int)h);
+    m_pSrcTexture = new GLTexture();
+    if (!m_pSrcTexture->Init(buffer, GL_RGBA, GL_UNSIGNED_BYTE, w, h)) {
+        GE_LOGE(s_log, "[%s] can't init m_pSrcTexture", "Init");
+        delete m_pSrcTexture;
+        m_pSrcTexture = nullptr;
+        return false;
+    }
+    m_pSrcTexture->Bind();
+    m_pSrcTexture->SetParameteri(GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    m_pSrcTexture->SetParameteri(GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    m_pSrcTexture->SetParameteri(GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    m_pSrcTexture->SetParameteri(GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+
+    GE_LOGI(s_log, "[%s] glViewport x=%d y=%d w=%d h=%d", "Init", m_nViewportX, m_nViewportY,
+            m_nViewportW, m_nViewportH);
+    glViewport(m_nViewportX, m_nViewportY, m_nViewportW, m_nViewportH);
+
+    m_bFrameReady = true;
+    GE_LOGI(s_log, "[%s] leave", "Init");
+    return true;
+}
+
+bool GEManager::Deinit() {
+    m_bFrameReady = false;
+    m_nCurrEffect = -1;
+    if (m_pCurrShader != nullptr) {
+        GE_LOGI(s_log, "[%s] delete m_pCurrShader", "Deinit");
+        delete m_pCurrShader;
+        m_pCurrShader = nullptr;
+    }
+    if (m_pShaderBypass != nullptr) {
+        GE_LOGI(s_log, "[%s] delete m_pShaderBypass", "Deinit");
+        delete m_pShaderBypass;
+        m_pShaderBypass = nullptr;
+    }
+    if (m_pSrcTexture != nullptr) {
+        GE_LOGI(s_log, "[%s] delete m_pSrcTexture", "Deinit");
+        delete m_pSrcTexture;
+        m_pSrcTexture = nullptr;
+    }
+    if (m_pDstFbo != nullptr) {
+        GE_LOGI(s_log, "[%s] delete m_pDstFbo", "Deinit");
+        delete m_pDstFbo;
+        m_pDstFbo = nullptr;
+    }
+    return true;
+}
+
+bool GEManager::ChooseEffect(unsigned effect, unsigned char capture) {
+    GE_LOGI(s_log, "[%s] enter", "ChooseEffect");
+    uint32_t start = GetTickCount();
+
+    if (!m_bFrameReady) {
+        GE_LOGE(s_log, "[%s] not inited\n", "ChooseEffect");
+        return false;
+    }
+    if (effect >= m_nEffectCount && effect != 99) {
+        GE_LOGE(s_log, "[%s] index %u should less than %u\n", "ChooseEffect", effect,
+                m_nEffectCount);
+        return false;
+    }
+
+    if (m_pCurrShader != nullptr) {
+        delete m_pCurrShader;
+        m_pCurrShader = nullptr;
+    }
+    m_nCurrEffect = -1;
+    uint32_t deleted = GetTickCount();
+    m_bCaptureMode = capture != 0;
+    GE_LOGI(s_log, "[%s] effect=%u, capture mode=%d", "ChooseEffect", effect, (int)capture);
+
+    const GEEffectEntry* entry = GEEffectLookUp(effect);
+    if (entry == nullptr || entry->szName == nullptr) {
+        // 0 (no effect) and 99 come here: the old effect is gone already.
+        GE_LOGE(s_log, "[%s] wrong index %d\n", "ChooseEffect", (int)effect);
+        return false;
+    }
+    if (entry->pfnCreate == nullptr) {
+        GE_LOGE(s_log, "[%s] effect %u not available\n", "ChooseEffect", effect);
+        return false;
+    }
+    GEShader* shader = entry->pfnCreate();
+    if (shader == nullptr) {
+        GE_LOGE(s_log, "[%s] can't create effect\n", "ChooseEffect");
+        return false;
+    }
+    if (effect == GE_EFFECT_MIRROR) {
+        static_cast<GEShaderMirror*>(shader)->m_bLandscaped = m_bLandscaped;
+    }
+    if (!shader->Init(m_pSrcTexture, m_nEffectArg, (unsigned)m_nViewportX, (unsigned)m_nViewportY,
+                      (unsigned)m_nViewportW, (unsigned)m_nViewportH, capture, m_pConverter)) {
+        delete shader;
+        return false;
+    }
+    m_pCurrShader = shader;
+    m_nCurrEffect = (int)effect;
+
+    uint32_t end = GetTickCount();
+    GE_LOGI(s_log, "[%s] Effect delete time %d ms, re-init time %d ms, total loading time %d ms\n",
+            "ChooseEffect", (int)(deleted - start), (int)(end - deleted), (int)(end - start));
+    GE_LOGI(s_log, "[%s] leave", "ChooseEffect");
+    return true;
+}
+
+bool GEManager::ProcFrame(unsigned a, unsigned b, int c, int d) {
+    uint32_t start = GetTickCount();
+    if (!m_bFrameReady) {
+        GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
+        return false;
+    }
+    if (m_pCurrShader == nullptr) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
+        return false;
+    }
+    if (!m_pCurrShader->ProcFrame(a, b, c, d)) {
+        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
+        return false;
+    }
+
+    s_nAvgTotalMs += GetTickCount() - start;
+    if (++s_nAvgFrames >= kAvgFrames) {
+        GE_LOGI(s_log, "[GPUEffectManager::ProcFrame] Avg frame proc time = %.2f ms\n",
+                (double)((float)s_nAvgTotalMs / (float)kAvgFrames));
+        s_nAvgTotalMs = 0;
+        s_nAvgFrames = 0;
+    }
+    FPS();
+    return true;
+}
+
+bool GEManager::ProcFrame(unsigned char* src, unsigned char* out, int w, int h) {
+    uint32_t start = GetTickCount();
+    if (!m_bFrameReady) {
+        GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
+        return false;
+    }
+    if (m_pCurrShader == nullptr) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
+        return false;
+    }
+    if (!m_bCaptureMode) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] only capture mode use this method");
+        return false;
+    }
+    if (!m_pCurrShader->ProcFrame(src, out, w, h)) {
+        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
+        return false;
+    }
+    GE_LOGI(s_log, "[%s] %dx%d image spent %d ms", "ProcFrame", w, h,
+            (int)(GetTickCount() - start));
+    return true;
+}
+
+bool GEManager::ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h) {
+    uint32_t start = GetTickCount();
+    if (!m_bFrameReady) {
+        GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
+        return false;
+    }
+    if (m_pCurrShader == nullptr) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
+        return false;
+    }
+    if (!m_bCaptureMode) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] only capture mode use this method");
+        return false;
+    }
+    if (!m_pCurrShader->ProcFrame(y, uv, out, w, h)) {
+        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
+        return false;
+    }
+    GE_LOGI(s_log, "[%s] %dx%d image spent %d ms", "ProcFrame", w, h,
+            (int)(GetTickCount() - start));
+    return true;
+}
+
+void GEManager::FPS() {
+    uint32_t now = GetTickCount();
+    if (!s_bFPSStarted) {
+        // The first frame of the process opens the first interval.
+        s_bFPSStarted = true;
+        s_nFPSStartMs = now;
+        s_nFPSFrames = 0;
+    }
+    ++s_nFPSFrames;
+    uint32_t elapsed = now - s_nFPSStartMs;
+    if (elapsed > kFPSIntervalMs) {
+        GE_LOGI(s_log, "[%s] FPS = %.2f\n", "FPS",
+                (double)((float)s_nFPSFrames * 1000.0f / (float)elapsed));
+        s_nFPSStartMs = now;
+        s_nFPSFrames = 0;
+    }
+}
+
+int GEManager::SetParam(unsigned group, int a, int b, int c, int d) {
+    if (!m_bFrameReady) {
+        GE_LOGE(s_log, "[%s] not inited\n", "SetParam");
+        return 0;
+    }
+    if (m_pCurrShader == nullptr) {
+        GE_LOGE(s_log, "[GEManager::SetParam] no shader selected.\n");
+        return 0;
+    }
+    if (group == 1) {
+        // Screen to viewport coordinates, in unsigned 32-bit arithmetic (a
+        // value left of the viewport wraps). A display width of zero cannot
+        // be divided by: the value is then passed on as it came.
+        uint32_t dispW = (uint32_t)m_nDispWidth;
+        if (dispW != 0) {
+            a = (int)((uint32_t)m_nViewportW * ((uint32_t)a - (uint32_t)m_nViewportX) / dispW);
+        } else {
+            GE_LOGE(s_log, "[%s] display width 0: group 1 value %d passed unmapped\n", "SetParam",
+                    a);
+        }
+    }
+    return m_pCurrShader->SetParam(group, a, b, c, d);
+}
+
+void GEManager::SetCrop(float x, float y, float w, float h) {
+    if (m_pCurrShader == nullptr) {
+        // The plug-in crops only after a successful ChooseEffect; a crop
+        // without an effect has nothing to apply to.
+        GE_LOGE(s_log, "[GEManager::SetCrop] no shader selected.\n");
+        return;
+    }
+    m_pCurrShader->SetCrop(x, y, w, h);
+}
+
+bool GEManager::MemcpyYUV(void* y, void* uv) {
+    if (m_pCurrShader == nullptr) {
+        return false;
+    }
+    m_pCurrShader->MemcpyYUV(y, uv);
+    return true;
+}
