@@ -116,12 +116,19 @@ void UploadTexture(const HostBuffer* pBuffer, GLuint tex, bool bSpecify) {
     }
 }
 
-// Reads texture `tex` back into `out` in the buffer's own pixel format.
-// False when the texture cannot be attached to a framebuffer.
-bool ReadTexture(const HostBuffer* pBuffer, GLuint tex, std::vector<unsigned char>* pOut) {
+// Reads texture `tex` back into pBuffer->readBack in the buffer's own pixel
+// format. False when the texture cannot be attached to a framebuffer.
+bool ReadTexture(HostBuffer* pBuffer, GLuint tex) {
     const int w = pBuffer->nStride;
     const int h = pBuffer->nHeight;
-    std::vector<unsigned char> rgba((size_t)w * h * 4);
+    const size_t n = (size_t)w * h;
+    const int bpp = pBuffer->layout.bytesPerPixel;
+    pBuffer->readBack.resize(pBuffer->nSize);
+    unsigned char* rgba = pBuffer->readBack.data();
+    if (bpp != 4) {
+        pBuffer->readRGBA.resize(n * 4);
+        rgba = pBuffer->readRGBA.data();
+    }
     bool bOk = false;
     {
         TransferState state(true);
@@ -131,7 +138,7 @@ bool ReadTexture(const HostBuffer* pBuffer, GLuint tex, std::vector<unsigned cha
         glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex, 0);
         if (glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE) {
             glPixelStorei(GL_PACK_ALIGNMENT, 4);
-            glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, rgba.data());
+            glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, rgba);
             bOk = true;
         }
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
@@ -140,27 +147,19 @@ bool ReadTexture(const HostBuffer* pBuffer, GLuint tex, std::vector<unsigned cha
     if (!bOk) {
         return false;
     }
-    pOut->resize(pBuffer->nSize);
-    unsigned char* dst = pOut->data();
-    const size_t n = (size_t)w * h;
-    switch (pBuffer->layout.bytesPerPixel) {
-        case 4:
-            memcpy(dst, rgba.data(), n * 4);
-            break;
-        case 3:
-            for (size_t i = 0; i < n; ++i) {
-                memcpy(dst + i * 3, &rgba[i * 4], 3);
-            }
-            break;
-        case 2:
-            for (size_t i = 0; i < n; ++i) {
-                const unsigned char* p = &rgba[i * 4];
-                uint16_t v = (uint16_t)(((p[0] >> 3) << 11) | ((p[1] >> 2) << 5) | (p[2] >> 3));
-                memcpy(dst + i * 2, &v, 2);
-            }
-            break;
-        default:
-            return false;
+    unsigned char* dst = pBuffer->readBack.data();
+    if (bpp == 3) {
+        for (size_t i = 0; i < n; ++i) {
+            dst[i * 3 + 0] = rgba[i * 4 + 0];
+            dst[i * 3 + 1] = rgba[i * 4 + 1];
+            dst[i * 3 + 2] = rgba[i * 4 + 2];
+        }
+    } else if (bpp == 2) {
+        for (size_t i = 0; i < n; ++i) {
+            const unsigned char* p = &rgba[i * 4];
+            uint16_t v = (uint16_t)(((p[0] >> 3) << 11) | ((p[1] >> 2) << 5) | (p[2] >> 3));
+            memcpy(dst + i * 2, &v, 2);
+        }
     }
     return true;
 }
@@ -226,15 +225,14 @@ int SyncBuffer(HostBuffer* pBuffer) {
             UploadTexture(pBuffer, tex, false);
         }
     } else if (!live.empty()) {
-        std::vector<unsigned char> pixels;
         for (size_t i = 0; i < live.size(); ++i) {
-            if (!ReadTexture(pBuffer, live[i], &pixels) ||
-                memcmp(pixels.data(), pBuffer->snapshot.data(), pBuffer->nSize) == 0) {
+            if (!ReadTexture(pBuffer, live[i]) ||
+                memcmp(pBuffer->readBack.data(), pBuffer->snapshot.data(), pBuffer->nSize) == 0) {
                 continue;
             }
             // This texture was rendered into: its pixels are the buffer's now,
             // and the other textures over the same memory see them too.
-            memcpy(pBuffer->pData, pixels.data(), pBuffer->nSize);
+            memcpy(pBuffer->pData, pBuffer->readBack.data(), pBuffer->nSize);
             for (size_t j = 0; j < live.size(); ++j) {
                 if (j != i) {
                     UploadTexture(pBuffer, live[j], false);

@@ -51,6 +51,10 @@ struct HostBuffer {
     // The bytes as they were when CPU and GPU last agreed.
     std::vector<unsigned char> snapshot;
     std::vector<TexBinding> bindings;
+    // Read-back space, kept between cleans: the pixels in the buffer's format,
+    // and RGBA rows for the formats that need converting.
+    std::vector<unsigned char> readBack;
+    std::vector<unsigned char> readRGBA;
 };
 
 // An EGL image over a host graphics buffer (target EGL_NATIVE_BUFFER_ANDROID).

@@ -17,6 +17,7 @@
 
 #include "GETestGL.h"
 #include "GETestHostGL.h"
+#include "GETestLog.h"
 
 using android::GraphicBuffer;
 using android::sp;
@@ -424,7 +425,9 @@ TEST_F(HostCoherence, CleanRefusesBadArguments) {
     const private_handle_t* h = reinterpret_cast<const private_handle_t*>(gb->handle);
     sp<gralloc::IMemAlloc> alloc = gralloc::IAllocController::getInstance()->getAllocator(h->flags);
     void* base = (void*)h->base;
+    GETestLog log;
     EXPECT_LT(alloc->clean_buffer(base, (size_t)h->size, 0, h->fd, 1), 0);
+    EXPECT_TRUE(log.Has(6, "GEHostAlloc", "unknown operation 1")) << log.Dump();
     EXPECT_LT(alloc->clean_buffer(nullptr, 16, 0, h->fd, gralloc::CACHE_CLEAN), 0);
     EXPECT_LT(alloc->clean_buffer(base, (size_t)h->size + 1, 0, h->fd, gralloc::CACHE_CLEAN), 0);
     EXPECT_LT(alloc->clean_buffer(base, (size_t)h->size, 4, h->fd, gralloc::CACHE_CLEAN), 0);
