@@ -222,7 +222,9 @@ std::vector<unsigned char> ReadFile(const std::string& path) {
 void WriteFile(const std::string& path, const std::vector<unsigned char>& data) {
     FILE* f = fopen(path.c_str(), "wb");
     ASSERT_NE(nullptr, f);
-    ASSERT_EQ(data.size(), fwrite(data.data(), 1, data.size(), f));
+    if (!data.empty()) {
+        ASSERT_EQ(data.size(), fwrite(data.data(), 1, data.size(), f));
+    }
     fclose(f);
 }
 
