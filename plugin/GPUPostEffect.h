@@ -93,6 +93,17 @@ public:
     int startPreview(int width, int height) override;
     int handlePreview(int fd, void* base, int offset) override;
     int stopPreview() override;
+    // A capture is refused with 3 and an error line, before anything is
+    // converted, unless: a preview size was set; width and height are even,
+    // the width at least 32 and either a multiple of 32 or at least the
+    // preview buffer's width (the tiles are preview-sized and 32-aligned);
+    // the planes' bytes fit an int; base is not null, yOffset is not
+    // negative and the chroma follows the luma (uvOffset >= width x height);
+    // and, when fd tells the size of its memory, both planes lie inside it
+    // (base being the start of that memory). Preview frames are checked the
+    // same way (null base, negative offset, a frame past the end of fd's
+    // memory: -1), and a preview size the pipeline cannot run (odd, narrower
+    // than 16 pixels, a buffer too big for an int) fails bring-up with 2.
     int handleCapture(int width, int height, int fd, void* base, int yOffset,
                       int uvOffset) override;
     int setParameters(const android::String8& params) override;

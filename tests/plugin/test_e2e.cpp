@@ -10,6 +10,7 @@
 #include <elf.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
@@ -358,6 +359,71 @@ TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
     EXPECT_EQ(0, effect->stopPreview());
     EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), heap.Base(), offset));
     EXPECT_EQ(0, effect->stop());
+    lib.Destroy(effect);
+}
+
+// What a confused or hostile caller can send reaches no memory outside its
+// buffers and gets a clear answer.
+TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
+    Library lib;
+    ASSERT_TRUE(lib.Ok()) << dlerror();
+    IPostEffect* effect = lib.Create();
+    ASSERT_NE(nullptr, effect);
+    // Before start nothing runs and nothing waits.
+    EXPECT_EQ(1, effect->setParameters(String8("GPU-effect=9")));
+    EXPECT_EQ(-1, effect->handlePreview(-1, nullptr, 0));
+    ASSERT_EQ(0, effect->start());
+    ASSERT_EQ(0,
+              effect->setParameters(String8("GPU-effect=9\x01;GE-param0=\xff,;GE-param1=1,2,3")));
+    ASSERT_EQ(0, effect->startPreview(kW, kH));
+
+    const size_t frameBytes = (size_t)kW * kH * 3 / 2;
+    SharedBuffer heap(frameBytes);
+    ASSERT_NE(nullptr, heap.Base());
+    FillGrey(heap.Base(), kW, kH, [](int, int) { return 100; });
+    int before = CountLines("frame refused");
+    EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), nullptr, 0));
+    EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), heap.Base(), 2));  // runs past the end
+    EXPECT_EQ(2, CountLines("frame refused") - before);
+    std::string where;
+    EXPECT_EQ(0, LumaError(
+                     heap.Base(), kW, kH, [](int, int) { return 100.0; }, &where));
+
+    // Crops of any integers, then frames and a capture.
+    ASSERT_EQ(0, effect->setCrop(INT_MIN, INT_MAX, -5, 0));
+    ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), 0));
+    EXPECT_LE(LumaError(
+                  heap.Base(), kW, kH, [&](int, int) { return BloomLuma(100); }, &where),
+              2.0)
+        << where;
+
+    const int cw = 96, ch = 48;
+    const size_t captureBytes = (size_t)cw * ch * 3 / 2;
+    SharedBuffer capture(captureBytes);
+    ASSERT_NE(nullptr, capture.Base());
+    FillGrey(capture.Base(), cw, ch, [](int x, int y) { return 40 + (x + y) % 80; });
+    std::vector<unsigned char> original(capture.Base(), capture.Base() + captureBytes);
+    before = CountLines("capture refused");
+    EXPECT_EQ(3, effect->handleCapture(cw + 1, ch, capture.Fd(), capture.Base(), 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, 0, capture.Fd(), capture.Base(), 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(-cw, ch, capture.Fd(), capture.Base(), 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(1 << 16, 1 << 16, capture.Fd(), capture.Base(), 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), nullptr, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 2, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 0, cw * ch - 2));
+    EXPECT_EQ(7, CountLines("capture refused") - before);
+    EXPECT_TRUE(std::equal(original.begin(), original.end(), capture.Base()));
+
+    // The same capture, well formed, goes through despite the crop.
+    ASSERT_EQ(0, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 0, cw * ch));
+    EXPECT_LE(LumaError(
+                  capture.Base(), cw, ch,
+                  [&](int x, int y) { return BloomLuma(40 + (x + y) % 80); }, &where),
+              2.0)
+        << where;
+
+    EXPECT_EQ(0, effect->stop());
+    EXPECT_EQ(1, effect->setParameters(String8("GPU-effect=9")));  // after stop
     lib.Destroy(effect);
 }
 

@@ -255,6 +255,18 @@ TEST_F(QueueTest, TasksWithoutAWorkerAreCancelledNotLeftWaiting) {
     EXPECT_EQ(1, GPUPostEffectPeer::PoolCount(m_p));
 }
 
+TEST_F(QueueTest, DestructionWithoutStopStillEndsTheWorkerFirst) {
+    GETestLog log;
+    GPUPostEffect* p = new GPUPostEffect();
+    ASSERT_EQ(0, p->start());
+    ASSERT_EQ(0, p->setParameters(String8("GPU-effect=9")));
+    int destroyed = FakeManager::Destroyed();
+    delete p;
+    EXPECT_EQ(destroyed + 1, FakeManager::Destroyed());
+    EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, "GPUPostEffect",
+                             "[~GPUPostEffect] destroyed without stop: stopping the worker"));
+}
+
 TEST_F(QueueTest, UnknownTaskTypeGets99) {
     ASSERT_EQ(0, m_p->start());
     EXPECT_EQ(99, GPUPostEffectPeer::RunTask(m_p, 6));
