@@ -1,6 +1,5 @@
 #include "gl/GLProgram.h"
 
-#include <EGL/egl.h>
 #include <GLES2/gl2ext.h>
 #include <limits.h>
 #include <stdio.h>
@@ -22,19 +21,6 @@ const GLfloat kMatYUV2RGB[16] = {
     0.0f,    -0.344f, 1.772f,  0.0f,  // U
     -0.701f, 0.529f,  -0.886f, 1.0f,  // offset
 };
-
-// The program-binary entry points, looked up once.
-PFNGLGETPROGRAMBINARYOESPROC GetProgramBinary() {
-    static PFNGLGETPROGRAMBINARYOESPROC s_pfn =
-        (PFNGLGETPROGRAMBINARYOESPROC)eglGetProcAddress("glGetProgramBinaryOES");
-    return s_pfn;
-}
-
-PFNGLPROGRAMBINARYOESPROC ProgramBinary() {
-    static PFNGLPROGRAMBINARYOESPROC s_pfn =
-        (PFNGLPROGRAMBINARYOESPROC)eglGetProcAddress("glProgramBinaryOES");
-    return s_pfn;
-}
 
 }  // namespace
 
@@ -256,7 +242,7 @@ int GLProgram::SaveBinary(const char* path) {
     }
     GLenum format = 0;
     GLsizei written = 0;
-    GetProgramBinary()(m_nProgram, length, &written, &format, buffer);
+    glGetProgramBinaryOES(m_nProgram, length, &written, &format, buffer);
     // An unlinked program has no binary: nothing is written then.
     if (!CheckGLError("SaveBinary", "glGetProgramBinaryOES")) {
         free(buffer);
@@ -341,7 +327,7 @@ int GLProgram::LoadBinary(const char* path) {
         free(buffer);
         return 0;
     }
-    ProgramBinary()(m_nProgram, format, buffer, (GLint)n);
+    glProgramBinaryOES(m_nProgram, format, buffer, (GLint)n);
     free(buffer);
     // An unknown format is a GL error; take it here rather than leave it to
     // the next check.
