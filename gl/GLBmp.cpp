@@ -163,7 +163,10 @@ struct BmpWriter {
             return false;
         }
         size_t got = fread(header, 1, sizeof(header), in);
-        if (got < kMinTemplateHeader || header[0] != 'B' || header[1] != 'M') {
+        // The pixel data of a real template lies inside the file.
+        long length = FileLength(in);
+        if (got < kMinTemplateHeader || header[0] != 'B' || header[1] != 'M' ||
+            DataOffset() < kMinTemplateHeader || length < 0 || (uint64_t)length < DataOffset()) {
             GE_LOGE(log, "[%s] not a BMP file\n", fn);
             Close();
             return false;
@@ -441,13 +444,8 @@ int GLFbo::SaveBMP(const char* templatePath, const char* name) {
     unsigned type = m_pTexture->GetType();
     unsigned bits = BitsPerPixel(format, type);
 
-    // The template's whole header, up to its pixel data.
+    // The template's whole header, up to its pixel data (inside the file).
     uint32_t offset = io.DataOffset();
-    long length = FileLength(io.in);
-    if (offset < kMinTemplateHeader || length < 0 || (uint64_t)length < offset) {
-        GE_LOGE(s_fboLog, "[%s] not a BMP file\n", fn);
-        return 0;
-    }
     if ((int64_t)width > kMaxSide || (int64_t)height > kMaxSide) {
         GE_LOGE(s_fboLog, "[%s] out of memory\n", fn);
         return 0;

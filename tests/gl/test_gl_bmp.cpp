@@ -590,6 +590,20 @@ TEST_F(BmpTest, TextureWriterRefusals) {
     WriteFile(notBmp, Bytes(200, 'x'));
     EXPECT_EQ(rgba.SaveBMP(notBmp.c_str(), "test_gl_bmp_x.bmp"), 0);
     EXPECT_TRUE(log.HasExact(E, "GLTexture", "[SaveBMP] not a BMP file"));
+    // A header whose pixel data would lie past the template's end.
+    Bytes lying = ReadFile(tplPath);
+    Put32(&lying, 10, 0xFFFFFF00u);
+    std::string lyingPath = DataPath("lying_tpl.bmp");
+    WriteFile(lyingPath, lying);
+    log.Clear();
+    EXPECT_EQ(rgba.SaveBMP(lyingPath.c_str(), "test_gl_bmp_x.bmp"), 0);
+    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[SaveBMP] not a BMP file")) << log.Dump();
+    GLFbo fbo;
+    ASSERT_EQ(fbo.Init(), 1);
+    ASSERT_EQ(fbo.SetColorAttachment(&rgba), 1);
+    EXPECT_EQ(fbo.SaveBMP(lyingPath.c_str(), "test_gl_bmp_x.bmp"), 0);
+    EXPECT_TRUE(log.HasExact(E, "GLFbo", "[SaveBMP] not a BMP file")) << log.Dump();
+    EXPECT_LT(ReadFile("/data/test_gl_bmp_x.bmp").size(), 4096u);
 
     // The grey writer reads 4 bytes a texel: a 3-byte texture is refused.
     GLTexture rgb;
