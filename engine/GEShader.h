@@ -77,9 +77,18 @@ public:
     void DeinitYUVConverter();
     int ConvertYUV(int x, int y);
     int ConvertYUV(int x, int y, int w, int h);
+    // Copies the converted block (x, y, w, h) into the caller's planes: luma
+    // rows of dstStride bytes, chroma rows of the same length (one per even
+    // luma row). After the first tile of a row or column, half the overlap
+    // is left to the neighbour. The copy is cut to dstStride x dstHeight (the
+    // chroma plane to dstHeight / 2 rows) and to what the output textures
+    // hold. 1, or 0 for a null plane.
     int BlockCopyYUV(unsigned char* pDstYStart, unsigned char* pDstUVStart, int dstStride,
                      int dstHeight, int x, int y, int w, int h);
+    // BlockCopyYUV of the whole output, rows of the output width. 1.
     int MemcpyYUV(void* pDstY, void* pDstUV);
+    // CPU copy of a w x h pixel block between two streaming textures of the
+    // same format and type (RGBA 8888 or RGB 565), cut to both. 1 / 0.
     int BlockCopy(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx, int sy);
     int BlkCpyRGB565(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx, int sy);
     int BlkCpyRGBA8888(GLTexture* dst, int dx, int dy, int w, int h, GLTexture* src, int sx,
