@@ -26,25 +26,34 @@ public:
     virtual ~GEManager();
 
     // Wraps `buffer` as the input texture of the viewport (x, y, w, h) and
-    // reads the display size. texW, texH and the fourth argument are unused.
+    // reads the display size from "/dev/graphics/fb0" into g_Disp_Width /
+    // g_Disp_Height (unchanged when the device cannot be read). texW, texH
+    // and the fourth argument are unused. A second Init without Deinit
+    // starts over: the effect and the old texture are deleted first.
     virtual bool Init(ANativeWindowBuffer* buffer, unsigned texW, unsigned texH, unsigned,
                       unsigned x, unsigned y, unsigned w, unsigned h, IYUVConverter* conv);
     // Deletes the effect and the input texture. Always true.
     virtual bool Deinit();
     // Replaces the current effect with a new instance of table entry `effect`,
-    // for capture or preview use.
+    // for capture or preview use. A number past the table (other than 99)
+    // is refused and the current effect kept; 0, 99 and entries this build
+    // does not carry are refused after the current effect was deleted.
     virtual bool ChooseEffect(unsigned effect, unsigned char capture);
     // One preview frame (the plug-in passes zeros).
     virtual bool ProcFrame(unsigned, unsigned, int, int);
     // One capture (capture mode only).
     virtual bool ProcFrame(unsigned char* src, unsigned char* out, int w, int h);
     virtual bool ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h);
-    // Group 1's first value is mapped from screen to viewport coordinates.
+    // Group 1's first value is mapped from screen to viewport coordinates:
+    // viewport w x (a - viewport x) / display width, unsigned 32-bit. With a
+    // display width of 0 it is passed on unmapped (and an error logged).
     virtual int SetParam(unsigned group, int a, int b, int c, int d);
+    // Forwarded to the current effect; without one it is logged and dropped.
     virtual void SetCrop(float x, float y, float w, float h);
     // Copies the converted planes of the current effect to y and uv.
     virtual bool MemcpyYUV(void* y, void* uv);
-    // Counts a frame; logs the rate every two seconds.
+    // Counts a frame; logs the rate every two seconds. The counters, like
+    // the 50-frame average of the preview ProcFrame, are process-wide.
     virtual void FPS();
 
     bool m_bLandscaped;  // for Mirror, set by the plug-in

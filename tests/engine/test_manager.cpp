@@ -246,6 +246,7 @@ TEST(ManagerWithoutEGL, RefusesEverything) {
     EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, kTag, "[SetParam] not inited"));
     EXPECT_FALSE(man.MemcpyYUV(nullptr, nullptr));
     man.SetCrop(0.f, 0.f, 1.f, 1.f);  // no effect: nothing to crop, no crash
+    EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, kTag, "[GEManager::SetCrop] no shader selected."));
     EXPECT_TRUE(man.Deinit());
 }
 
