@@ -78,20 +78,20 @@ const std::vector<EffectInfo>& EffectTable() {
     return kTable;
 }
 
-const EffectInfo* FindEffect(const std::string& spec) {
+const EffectInfo* FindEffect(const std::string& name) {
     const std::vector<EffectInfo>& table = EffectTable();
-    if (spec.size() == 1) {
+    if (name.size() == 1) {
         for (const EffectInfo& e : table) {
-            if (e.m_cCode == spec[0]) {
+            if (e.m_cCode == name[0]) {
                 return &e;
             }
         }
     }
     int n = 0;
-    if (ParseInt(spec, &n) && spec[0] != '+' && spec[0] != '-' && spec[0] != ' ') {
+    if (ParseInt(name, &n) && name[0] != '+' && name[0] != '-' && name[0] != ' ') {
         return n >= 0 && n < int(table.size()) ? &table[size_t(n)] : nullptr;
     }
-    const std::string key = Canonical(spec);
+    const std::string key = Canonical(name);
     if (key == "none") {
         return &table[0];
     }

@@ -19,7 +19,7 @@ const std::vector<EffectInfo>& EffectTable();
 // An effect by code character ("9", "B"), by number ("10"), or by name in
 // any case, blanks and underscores alike ("Bloom", "color_sketch"); "none"
 // is effect 0. Null when nothing matches.
-const EffectInfo* FindEffect(const std::string& spec);
+const EffectInfo* FindEffect(const std::string& name);
 // The name for file names: lower case, blanks as underscores; "none" for 0.
 std::string EffectSlug(const EffectInfo& effect);
 

@@ -18,8 +18,8 @@ ParseStatus Parse(std::vector<std::string> args, ToolOptions* o, std::string* er
     return ParseToolOptions(int(argv.size()), argv.data(), o, err);
 }
 
-int Number(const char* spec) {
-    const EffectInfo* e = FindEffect(spec);
+int Number(const char* name) {
+    const EffectInfo* e = FindEffect(name);
     return e ? e->m_nNumber : -1;
 }
 
