@@ -18,7 +18,8 @@
 class GELogTag {
 public:
     // `name` may be null: such lines are written without a tag.
-    explicit GELogTag(const char* name) : m_szName(name), m_nMask(kUnread), m_pNext(nullptr), m_bRegistered(false) {}
+    explicit GELogTag(const char* name)
+        : m_szName(name), m_nMask(kUnread), m_pNext(nullptr), m_bRegistered(false) {}
 
     const char* Name() const { return m_szName; }
 
@@ -49,11 +50,11 @@ private:
     bool m_bRegistered;
 };
 
-#define GE_LOG_PRI(tag, priority, ...)                                   \
-    do {                                                                 \
-        if ((tag).IsOn(priority)) {                                      \
+#define GE_LOG_PRI(tag, priority, ...)                                  \
+    do {                                                                \
+        if ((tag).IsOn(priority)) {                                     \
             __android_log_print((priority), (tag).Name(), __VA_ARGS__); \
-        }                                                                \
+        }                                                               \
     } while (0)
 
 #define GE_LOGD(tag, ...) GE_LOG_PRI(tag, ANDROID_LOG_DEBUG, __VA_ARGS__)

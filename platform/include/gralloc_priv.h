@@ -21,14 +21,14 @@ struct private_handle_t : public native_handle {
     enum { sMagic = 0x3141592 };
     enum { sNumFds = 1 };
 
-    int fd;         // word 3: the memory's file descriptor
-    int magic;      // word 4
-    int reserved;   // word 5
-    int flags;      // word 6: allocator flags, chooses the allocator
-    int size;       // word 7: bytes mapped
-    int offset;     // word 8: offset of the pixels in the mapping
-    int bufferType; // word 9
-    uintptr_t base; // word 10: CPU address of the mapping
+    int fd;          // word 3: the memory's file descriptor
+    int magic;       // word 4
+    int reserved;    // word 5
+    int flags;       // word 6: allocator flags, chooses the allocator
+    int size;        // word 7: bytes mapped
+    int offset;      // word 8: offset of the pixels in the mapping
+    int bufferType;  // word 9
+    uintptr_t base;  // word 10: CPU address of the mapping
     int format;
     int width;
     int height;
