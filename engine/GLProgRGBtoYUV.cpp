@@ -3,7 +3,6 @@
 #include <string.h>
 
 #include "gl/GELog.h"
-#include "gl/GLTexture.h"
 
 namespace {
 
@@ -70,42 +69,22 @@ void GLProgRGBtoY::SetShift(const GLfloat shift[8]) {
 
 int GLProgRGBtoY::Load() {
     GE_LOGI(s_log, "[%s] enter", "Load");
-    if (!GLProgram::Load(s_szVertexRGBtoYUV, s_szFragmentRGBtoY)) {
-        GE_LOGE(s_log, "[%s] can't load shader", "Load");
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] use program", "Load");
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] get locations", "Load");
-    if (!GLPROG_ATTRIB_LOC(m_nVerCoordLoc, "a_vertexCoord") ||
-        !GLPROG_ATTRIB_LOC(m_nTexCoordLoc, "a_textureCoord") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX], "s_texture0") ||
+    if (!LoadQuad(s_log, s_szVertexRGBtoYUV, s_szFragmentRGBtoY) ||
         !GLPROG_UNIFORM_LOC(m_nUniformLoc[UNIFORM_SHIFT], "u_shift") ||
         !GLPROG_UNIFORM_LOC(m_nUniformLoc[UNIFORM_VEC_RGBTOY], "u_vec_rgb2y")) {
         return 0;
     }
-    GE_LOGI(s_log, "[%s] program id %d", "Load", (int)m_nProgram);
-    GE_LOGI(s_log, "[%s] SAMPLER_INPUT_TEX %d", "Load", (int)m_nSamplerLoc[SAMPLER_INPUT_TEX]);
-    GE_LOGI(s_log, "[%s] leave", "Load");
-    return 1;
+    return LoadDone(s_log);
 }
 
 int GLProgRGBtoY::Use() {
-    int ok = GLProgram::Use();
-    if (!ok) {
+    if (!UseInputTex()) {
         return 0;
-    }
-    glActiveTexture(GL_TEXTURE0);
-    glUniform1i(m_nSamplerLoc[SAMPLER_INPUT_TEX], 0);
-    if (m_pInputTex[0] != nullptr) {
-        m_pInputTex[0]->Bind();
     }
     Uniform2fv(UNIFORM_SHIFT, 4, m_fShift);
     Uniform4f(UNIFORM_VEC_RGBTOY, s_fVecRGBtoY[0], s_fVecRGBtoY[1], s_fVecRGBtoY[2],
               s_fVecRGBtoY[3]);
-    return ok;
+    return 1;
 }
 
 GLProgRGBtoUV::GLProgRGBtoUV() {
@@ -120,37 +99,17 @@ void GLProgRGBtoUV::SetShift(const GLfloat shift[4]) {
 
 int GLProgRGBtoUV::Load() {
     GE_LOGI(s_log, "[%s] enter", "Load");
-    if (!GLProgram::Load(s_szVertexRGBtoYUV, s_szFragmentRGBtoUV)) {
-        GE_LOGE(s_log, "[%s] can't load shader", "Load");
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] use program", "Load");
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] get locations", "Load");
-    if (!GLPROG_ATTRIB_LOC(m_nVerCoordLoc, "a_vertexCoord") ||
-        !GLPROG_ATTRIB_LOC(m_nTexCoordLoc, "a_textureCoord") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX], "s_texture0") ||
+    if (!LoadQuad(s_log, s_szVertexRGBtoYUV, s_szFragmentRGBtoUV) ||
         !GLPROG_UNIFORM_LOC(m_nUniformLoc[UNIFORM_SHIFT], "u_shift")) {
         return 0;
     }
-    GE_LOGI(s_log, "[%s] program id %d", "Load", (int)m_nProgram);
-    GE_LOGI(s_log, "[%s] SAMPLER_INPUT_TEX %d", "Load", (int)m_nSamplerLoc[SAMPLER_INPUT_TEX]);
-    GE_LOGI(s_log, "[%s] leave", "Load");
-    return 1;
+    return LoadDone(s_log);
 }
 
 int GLProgRGBtoUV::Use() {
-    int ok = GLProgram::Use();
-    if (!ok) {
+    if (!UseInputTex()) {
         return 0;
     }
-    glActiveTexture(GL_TEXTURE0);
-    glUniform1i(m_nSamplerLoc[SAMPLER_INPUT_TEX], 0);
-    if (m_pInputTex[0] != nullptr) {
-        m_pInputTex[0]->Bind();
-    }
     Uniform2fv(UNIFORM_SHIFT, 2, m_fShift);
-    return ok;
+    return 1;
 }

@@ -7,10 +7,14 @@
 
 #include "gl/GECommon.h"
 #include "gl/GELog.h"
+#include "gl/GLTexture.h"
 
 namespace {
 
 GELogTag s_log("GLProgram");
+
+// The sampler slot of s_texture0, the input texture of the quad programs.
+const int kInputSampler = 0;
 
 // The column-major YUV-to-RGB matrix: columns Y, V (Cr), U (Cb) and the
 // constant term, rows R, G, B and the fourth component. The offsets are
@@ -224,6 +228,42 @@ int GLProgram::FetchAttribLoc(GLint& loc, const char* shaderName, const char* me
 int GLProgram::FetchUniformLoc(GLint& loc, const char* shaderName, const char* memberName) {
     loc = glGetUniformLocation(m_nProgram, shaderName);
     return LocIsValid(memberName, loc);
+}
+
+int GLProgram::LoadQuad(GELogTag& log, const char* vs, const char* fs) {
+    if (!Load(vs, fs)) {
+        GE_LOGE(log, "[%s] can't load shader", "Load");
+        return 0;
+    }
+    GE_LOGI(log, "[%s] use program", "Load");
+    if (!GLProgram::Use()) {
+        return 0;
+    }
+    GE_LOGI(log, "[%s] get locations", "Load");
+    return FetchAttribLoc(m_nVerCoordLoc, "a_vertexCoord", "m_nVerCoordLoc") &&
+           FetchAttribLoc(m_nTexCoordLoc, "a_textureCoord", "m_nTexCoordLoc") &&
+           FetchUniformLoc(m_nSamplerLoc[kInputSampler], "s_texture0",
+                           "m_nSamplerLoc[SAMPLER_INPUT_TEX]");
+}
+
+int GLProgram::LoadDone(GELogTag& log) {
+    GE_LOGI(log, "[%s] program id %d", "Load", (int)m_nProgram);
+    GE_LOGI(log, "[%s] SAMPLER_INPUT_TEX %d", "Load", (int)m_nSamplerLoc[kInputSampler]);
+    GE_LOGI(log, "[%s] leave", "Load");
+    return 1;
+}
+
+int GLProgram::UseInputTex() {
+    const int ok = GLProgram::Use();
+    if (!ok) {
+        return 0;
+    }
+    glActiveTexture(GL_TEXTURE0);
+    glUniform1i(m_nSamplerLoc[kInputSampler], 0);
+    if (m_pInputTex[0] != nullptr) {
+        m_pInputTex[0]->Bind();
+    }
+    return ok;
 }
 
 int GLProgram::SaveBinary(const char* path) {
