@@ -15,32 +15,6 @@ GELogTag s_log("GEShaderBloom");
 
 const char kDashLine[] = "------------------------------------------------------";
 
-#define BLOOM_VERTEX_HEAD              \
-    "attribute vec4 a_vertexCoord;\n"  \
-    "attribute vec2 a_textureCoord;\n" \
-    "varying vec2 v_texCoord;\n"
-
-const char kVertex[] = BLOOM_VERTEX_HEAD
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "}\n";
-
-const char kLargeVertex[] = BLOOM_VERTEX_HEAD
-    "attribute vec2 a_globalTexCoord;\n"
-    "varying vec2 v_globalTexCoord;\n"
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "    v_globalTexCoord = a_globalTexCoord;\n"
-    "}\n";
-
-#define BLOOM_FRAGMENT_HEAD           \
-    "precision highp float;\n"        \
-    "uniform sampler2D s_texture0;\n" \
-    "uniform mat4 u_mat_yuv2rgb;\n"   \
-    "varying vec2 v_texCoord;\n"
-
 // Each channel times 3.5 x its pixel's luminance; the framebuffer saturates
 // what passes 1.
 #define BLOOM_BODY                                                         \
@@ -51,75 +25,25 @@ const char kLargeVertex[] = BLOOM_VERTEX_HEAD
     "    vec4 intensity = (vec4(a) + offset) * scale;\n"                   \
     "    gl_FragColor = rgba * intensity;\n"
 
-const char kFragment[] = BLOOM_FRAGMENT_HEAD "void main() {\n" BLOOM_BODY "}\n";
+const char kFragment[] = GLPROG_EFFECT_FRAGMENT_HEAD "void main() {\n" BLOOM_BODY "}\n";
 
-// The capture program does not use the tile's place in the picture, but a
-// driver drops an attribute whose varying no fragment reads, and the program
-// checks that a_globalTexCoord exists. The place always lies within [0, 1],
-// so this test never discards.
-const char kLargeFragment[] = BLOOM_FRAGMENT_HEAD
-    "varying vec2 v_globalTexCoord;\n"
-    "void main() {\n"
-    "    if (v_globalTexCoord.x < -1.0) {\n"
-    "        discard;\n"
-    "    }\n" BLOOM_BODY "}\n";
+const char kLargeFragment[] = GLPROG_EFFECT_FRAGMENT_HEAD GLPROG_EFFECT_LARGE_HEAD
+    "void main() {\n" GLPROG_EFFECT_LARGE_KEEP BLOOM_BODY "}\n";
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
 // GLProgBloom
 
-GLProgBloom::GLProgBloom() {}
+GLProgBloom::GLProgBloom() : GLProgEffect(s_log) {}
 
 GLProgBloom::~GLProgBloom() {
     GE_LOGI(s_log, "[%s] enter", "~GLProgBloom");
     GE_LOGI(s_log, "[%s] leave", "~GLProgBloom");
 }
 
-int GLProgBloom::LoadProgram(const char* vs, const char* fs, bool large) {
-    GE_LOGI(s_log, "[%s] enter", "Load");
-    if (!GLProgram::Load(vs, fs)) {
-        GE_LOGE(s_log, "[%s] can't load shader", "Load");
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] use program", "Load");
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] get locations", "Load");
-    if (!GLPROG_ATTRIB_LOC(m_nVerCoordLoc, "a_vertexCoord") ||
-        !GLPROG_ATTRIB_LOC(m_nTexCoordLoc, "a_textureCoord")) {
-        return 0;
-    }
-    if (large && !FetchAttribLoc(m_nAttribLoc[GLProgBloomLarge::ATTRIB_GLOBAL_TEX_COORD],
-                                 "a_globalTexCoord", "ATTRIB_GLOBAL_TEX_COORD")) {
-        return 0;
-    }
-    if (!GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX], "s_texture0") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], "u_mat_yuv2rgb")) {
-        return 0;
-    }
-    glUniformMatrix4fv(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], 1, GL_FALSE, GetMatYUV2RGB());
-    GE_LOGI(s_log, "[%s] program id %d", "Load", (int)m_nProgram);
-    GE_LOGI(s_log, "[%s] SAMPLER_INPUT_TEX %d", "Load", (int)m_nSamplerLoc[SAMPLER_INPUT_TEX]);
-    GE_LOGI(s_log, "[%s] leave", "Load");
-    return 1;
-}
-
 int GLProgBloom::Load() {
-    return LoadProgram(kVertex, kFragment, false);
-}
-
-int GLProgBloom::Use() {
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    glActiveTexture(GL_TEXTURE0);
-    GLTexture* src = GetTexture(0);
-    if (src != nullptr) {
-        src->Bind();
-    }
-    return 1;
+    return LoadProgram(kFragment, false);
 }
 
 // ---------------------------------------------------------------------------
@@ -133,7 +57,7 @@ GLProgBloomLarge::~GLProgBloomLarge() {
 }
 
 int GLProgBloomLarge::Load() {
-    return LoadProgram(kLargeVertex, kLargeFragment, true);
+    return LoadProgram(kLargeFragment, true);
 }
 
 // ---------------------------------------------------------------------------

@@ -5,34 +5,23 @@
 #ifndef POSTEFFECT_EFFECTS_GESHADERBLOOM_H
 #define POSTEFFECT_EFFECTS_GESHADERBLOOM_H
 
+#include "effects/GLProgEffect.h"
 #include "engine/GEShader.h"
-#include "gl/GLProgram.h"
 
 // The preview program: the source texture (slot 0) converted to RGB and
 // brightened.
-class GLProgBloom : public GLProgram {
+class GLProgBloom : public GLProgEffect {
 public:
-    enum { SAMPLER_INPUT_TEX = 0, SAMPLER_MAT_YUV2RGB = 1 };
-
     GLProgBloom();
     ~GLProgBloom() override;
 
     int Load() override;
-    // Makes the program current with the source texture on unit 0.
-    int Use() override;
-
-protected:
-    // Builds vs / fs and fetches the common locations; `large` adds the
-    // capture program's attribute.
-    int LoadProgram(const char* vs, const char* fs, bool large);
 };
 
 // The capture program: the same picture, with the tile's place in the whole
 // image as a second attribute.
 class GLProgBloomLarge : public GLProgBloom {
 public:
-    enum { ATTRIB_GLOBAL_TEX_COORD = 0 };
-
     GLProgBloomLarge();
     ~GLProgBloomLarge() override;
 

@@ -12,29 +12,16 @@ namespace {
 
 GELogTag s_log("GEShaderBypass");
 
-const char s_szVertexBypass[] =
-    "attribute vec4 a_vertexCoord;\n"
-    "attribute vec2 a_textureCoord;\n"
-    "varying vec2 v_texCoord;\n"
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "}\n";
-
 // The texel is (Y, V, U, 1); the matrix's last column carries the chroma
 // offset.
-const char s_szFragmentBypass[] =
-    "precision highp float;\n"
-    "uniform sampler2D s_texture0;\n"
-    "uniform mat4 u_mat_yuv2rgb;\n"
-    "varying vec2 v_texCoord;\n"
+const char s_szFragmentBypass[] = GLPROG_EFFECT_FRAGMENT_HEAD
     "void main() {\n"
     "    gl_FragColor = u_mat_yuv2rgb * texture2D(s_texture0, v_texCoord);\n"
     "}\n";
 
 }  // namespace
 
-GLProgBypass::GLProgBypass() {}
+GLProgBypass::GLProgBypass() : GLProgEffect(s_log) {}
 
 GLProgBypass::~GLProgBypass() {
     GE_LOGI(s_log, "[%s] enter", "~GLProgBypass");
@@ -42,39 +29,7 @@ GLProgBypass::~GLProgBypass() {
 }
 
 int GLProgBypass::Load() {
-    GE_LOGI(s_log, "[%s] enter", "Load");
-    if (!GLProgram::Load(s_szVertexBypass, s_szFragmentBypass)) {
-        GE_LOGE(s_log, "[%s] can't load shader", "Load");
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] use program", "Load");
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] get locations", "Load");
-    if (!GLPROG_ATTRIB_LOC(m_nVerCoordLoc, "a_vertexCoord") ||
-        !GLPROG_ATTRIB_LOC(m_nTexCoordLoc, "a_textureCoord") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX], "s_texture0") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], "u_mat_yuv2rgb")) {
-        return 0;
-    }
-    glUniformMatrix4fv(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], 1, GL_FALSE, GetMatYUV2RGB());
-    GE_LOGI(s_log, "[%s] program id %d", "Load", (int)m_nProgram);
-    GE_LOGI(s_log, "[%s] SAMPLER_INPUT_TEX %d", "Load", (int)m_nSamplerLoc[SAMPLER_INPUT_TEX]);
-    GE_LOGI(s_log, "[%s] leave", "Load");
-    return 1;
-}
-
-int GLProgBypass::Use() {
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    glActiveTexture(GL_TEXTURE0);
-    glUniform1i(m_nSamplerLoc[SAMPLER_INPUT_TEX], 0);
-    if (m_pInputTex[0] != nullptr) {
-        m_pInputTex[0]->Bind();
-    }
-    return 1;
+    return LoadProgram(s_szFragmentBypass, false);
 }
 
 GEShaderBypass::GEShaderBypass() : GEShader(s_log), m_pProg(nullptr) {}

@@ -7,22 +7,18 @@
 #ifndef POSTEFFECT_EFFECTS_GESHADERBYPASS_H
 #define POSTEFFECT_EFFECTS_GESHADERBYPASS_H
 
+#include "effects/GLProgEffect.h"
 #include "engine/GEShader.h"
-#include "gl/GLProgram.h"
 
 // The YUV-to-RGB program: s_texture0 (the frame) sampled at v_texCoord and
 // multiplied by u_mat_yuv2rgb.
-class GLProgBypass : public GLProgram {
+class GLProgBypass : public GLProgEffect {
 public:
-    enum { SAMPLER_INPUT_TEX = 0, SAMPLER_MAT_YUV2RGB = 1 };
-
     GLProgBypass();
     ~GLProgBypass() override;
 
     // Builds the program, fetches its locations and uploads the matrix once.
     int Load() override;
-    // Uses the program with input texture 0 on unit 0. 1 / 0.
-    int Use() override;
 };
 
 class GEShaderBypass : public GEShader {

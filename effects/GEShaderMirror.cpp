@@ -15,42 +15,6 @@ GELogTag s_log("GEShaderMirror");
 
 const char kDashLine[] = "------------------------------------------------------";
 
-#define MIRROR_VERTEX_HEAD             \
-    "attribute vec4 a_vertexCoord;\n"  \
-    "attribute vec2 a_textureCoord;\n" \
-    "varying vec2 v_texCoord;\n"
-
-const char kVertex[] = MIRROR_VERTEX_HEAD
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "}\n";
-
-const char kLargeVertex[] = MIRROR_VERTEX_HEAD
-    "attribute vec2 a_globalTexCoord;\n"
-    "varying vec2 v_globalTexCoord;\n"
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "    v_globalTexCoord = a_globalTexCoord;\n"
-    "}\n";
-
-#define MIRROR_FRAGMENT_HEAD          \
-    "precision highp float;\n"        \
-    "uniform sampler2D s_texture0;\n" \
-    "uniform mat4 u_mat_yuv2rgb;\n"   \
-    "varying vec2 v_texCoord;\n"
-
-// The capture program does not use the tile's place in the picture, but a
-// driver drops an attribute whose varying no fragment reads, and the program
-// checks that a_globalTexCoord exists. The place always lies within [0, 1],
-// so this test never discards.
-#define MIRROR_FRAGMENT_LARGE_HEAD "varying vec2 v_globalTexCoord;\n"
-#define MIRROR_FRAGMENT_LARGE_KEEP           \
-    "    if (v_globalTexCoord.x < -1.0) {\n" \
-    "        discard;\n"                     \
-    "    }\n"
-
 #define MIRROR_PORTRAIT_BODY                      \
     "    vec2 tmp_coord;\n"                       \
     "    tmp_coord.x = v_texCoord.x;\n"           \
@@ -71,79 +35,47 @@ const char kLargeVertex[] = MIRROR_VERTEX_HEAD
     "    }\n"                                     \
     "    gl_FragColor = u_mat_yuv2rgb * texture2D(s_texture0, tmp_coord);\n"
 
-const char kPortraitFragment[] = MIRROR_FRAGMENT_HEAD "void main() {\n" MIRROR_PORTRAIT_BODY "}\n";
+const char kPortraitFragment[] =
+    GLPROG_EFFECT_FRAGMENT_HEAD "void main() {\n" MIRROR_PORTRAIT_BODY "}\n";
 
 const char kLandscapeFragment[] =
-    MIRROR_FRAGMENT_HEAD "void main() {\n" MIRROR_LANDSCAPE_BODY "}\n";
+    GLPROG_EFFECT_FRAGMENT_HEAD "void main() {\n" MIRROR_LANDSCAPE_BODY "}\n";
 
-const char kLargePortraitFragment[] = MIRROR_FRAGMENT_HEAD MIRROR_FRAGMENT_LARGE_HEAD
-    "void main() {\n" MIRROR_FRAGMENT_LARGE_KEEP MIRROR_PORTRAIT_BODY "}\n";
+const char kLargePortraitFragment[] = GLPROG_EFFECT_FRAGMENT_HEAD GLPROG_EFFECT_LARGE_HEAD
+    "void main() {\n" GLPROG_EFFECT_LARGE_KEEP MIRROR_PORTRAIT_BODY "}\n";
 
-const char kLargeLandscapeFragment[] = MIRROR_FRAGMENT_HEAD MIRROR_FRAGMENT_LARGE_HEAD
-    "void main() {\n" MIRROR_FRAGMENT_LARGE_KEEP MIRROR_LANDSCAPE_BODY "}\n";
+const char kLargeLandscapeFragment[] = GLPROG_EFFECT_FRAGMENT_HEAD GLPROG_EFFECT_LARGE_HEAD
+    "void main() {\n" GLPROG_EFFECT_LARGE_KEEP MIRROR_LANDSCAPE_BODY "}\n";
 
 }  // namespace
 
 // ---------------------------------------------------------------------------
 // GLProgMirror
 
-GLProgMirror::GLProgMirror() : m_bLandscaped(false) {}
+GLProgMirror::GLProgMirror(bool bLandscaped) : GLProgEffect(s_log), m_bLandscaped(bLandscaped) {}
 
 GLProgMirror::~GLProgMirror() {
     GE_LOGI(s_log, "[%s] enter", "~GLProgMirror");
     GE_LOGI(s_log, "[%s] leave", "~GLProgMirror");
 }
 
-int GLProgMirror::LoadProgram(const char* vs, const char* fs) {
+int GLProgMirror::LoadMirror(const char* fs, bool bLarge) {
     GE_LOGI(s_log, "[Tamso] load %s mirror shader", m_bLandscaped ? "Landscape" : "Protrait");
-    if (!GLProgram::Load(vs, fs)) {
-        GE_LOGE(s_log, "[%s] can't load shader", "Load");
+    if (!BuildProgram(fs, bLarge)) {
         return 0;
     }
-    GE_LOGI(s_log, "[%s] use program", "Load");
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] get locations", "Load");
-    if (!GLPROG_ATTRIB_LOC(m_nVerCoordLoc, "a_vertexCoord") ||
-        !GLPROG_ATTRIB_LOC(m_nTexCoordLoc, "a_textureCoord") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX], "s_texture0") ||
-        !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], "u_mat_yuv2rgb")) {
-        return 0;
-    }
-    return 1;
-}
-
-int GLProgMirror::UploadMatrix() {
-    glUniformMatrix4fv(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], 1, GL_FALSE, GetMatYUV2RGB());
     GE_LOGI(s_log, "[%s] program id %d", "Load", (int)m_nProgram);
     return 1;
 }
 
 int GLProgMirror::Load() {
-    if (!LoadProgram(kVertex, m_bLandscaped ? kLandscapeFragment : kPortraitFragment)) {
-        return 0;
-    }
-    return UploadMatrix();
-}
-
-int GLProgMirror::Use() {
-    if (!GLProgram::Use()) {
-        return 0;
-    }
-    glActiveTexture(GL_TEXTURE0);
-    glUniform1i(m_nSamplerLoc[SAMPLER_INPUT_TEX], 0);
-    GLTexture* src = GetTexture(0);
-    if (src != nullptr) {
-        src->Bind();
-    }
-    return 1;
+    return LoadMirror(m_bLandscaped ? kLandscapeFragment : kPortraitFragment, false);
 }
 
 // ---------------------------------------------------------------------------
 // GLProgMirrorLarge
 
-GLProgMirrorLarge::GLProgMirrorLarge() {}
+GLProgMirrorLarge::GLProgMirrorLarge(bool bLandscaped) : GLProgMirror(bLandscaped) {}
 
 GLProgMirrorLarge::~GLProgMirrorLarge() {
     GE_LOGI(s_log, "[%s] enter", "~GLProgMirrorLarge");
@@ -151,13 +83,7 @@ GLProgMirrorLarge::~GLProgMirrorLarge() {
 }
 
 int GLProgMirrorLarge::Load() {
-    if (!LoadProgram(kLargeVertex,
-                     m_bLandscaped ? kLargeLandscapeFragment : kLargePortraitFragment) ||
-        !FetchAttribLoc(m_nAttribLoc[ATTRIB_GLOBAL_TEX_COORD], "a_globalTexCoord",
-                        "ATTRIB_GLOBAL_TEX_COORD")) {
-        return 0;
-    }
-    return UploadMatrix();
+    return LoadMirror(m_bLandscaped ? kLargeLandscapeFragment : kLargePortraitFragment, true);
 }
 
 // ---------------------------------------------------------------------------
@@ -191,16 +117,15 @@ int GEShaderMirror::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, uns
 
     if (m_bCapture) {
         GE_LOGI(s_log, "[%s] Creating Mirror large shader", "Init");
-        m_pProgram = new (std::nothrow) GLProgMirrorLarge();
+        m_pProgram = new (std::nothrow) GLProgMirrorLarge(m_bLandscaped);
     } else {
         GE_LOGI(s_log, "[%s] Creating Mirror shader", "Init");
-        m_pProgram = new (std::nothrow) GLProgMirror();
+        m_pProgram = new (std::nothrow) GLProgMirror(m_bLandscaped);
     }
     if (m_pProgram == nullptr) {
         GE_LOGE(s_log, "[%s] can't new program", "Init");
         return 0;
     }
-    m_pProgram->m_bLandscaped = m_bLandscaped;
     if (!m_pProgram->Load()) {
         GE_LOGE(s_log, "[%s] can't load program", "Init");
         return 0;

@@ -9,39 +9,33 @@
 #ifndef POSTEFFECT_EFFECTS_GESHADERMIRROR_H
 #define POSTEFFECT_EFFECTS_GESHADERMIRROR_H
 
+#include "effects/GLProgEffect.h"
 #include "engine/GEShader.h"
-#include "gl/GLProgram.h"
 
 // The preview program: the source texture (slot 0) reflected and converted
 // to RGB.
-class GLProgMirror : public GLProgram {
+class GLProgMirror : public GLProgEffect {
 public:
-    enum { SAMPLER_INPUT_TEX = 0, SAMPLER_MAT_YUV2RGB = 1 };
-
-    GLProgMirror();
+    // The orientation the program is loaded for.
+    explicit GLProgMirror(bool bLandscaped = false);
     ~GLProgMirror() override;
 
     // Loads the landscape or the portrait version, after m_bLandscaped.
     int Load() override;
-    // Makes the program current with the source texture on unit 0.
-    int Use() override;
 
     bool m_bLandscaped;
 
 protected:
-    // Builds vs / fs and fetches the common locations; then the capture
-    // program adds its own.
-    int LoadProgram(const char* vs, const char* fs);
-    int UploadMatrix();
+    // The Load of both programs: the orientation line, the build, the
+    // program id.
+    int LoadMirror(const char* fs, bool bLarge);
 };
 
 // The capture program: the same picture, with the tile's place in the whole
 // image as a second attribute.
 class GLProgMirrorLarge : public GLProgMirror {
 public:
-    enum { ATTRIB_GLOBAL_TEX_COORD = 0 };
-
-    GLProgMirrorLarge();
+    explicit GLProgMirrorLarge(bool bLandscaped = false);
     ~GLProgMirrorLarge() override;
 
     int Load() override;
