@@ -43,8 +43,6 @@ public:
     // No parameters: 1 once initialised.
     int SetParam(unsigned group, int, int, int, int) override;
     using GEShader::SetCrop;
-    // Does nothing.
-    int SetCrop(int x, int y, int w, int h) override;
 
 private:
     GLProgBloom* m_pProgram;  // owned: GLProgBloomLarge in capture use

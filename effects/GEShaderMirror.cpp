@@ -1,19 +1,12 @@
 #include "effects/GEShaderMirror.h"
 
-#include <GLES2/gl2.h>
-
 #include <new>
 
 #include "gl/GELog.h"
-#include "gl/GLFbo.h"
-#include "gl/GLQuad.h"
-#include "gl/GLTexture.h"
 
 namespace {
 
 GELogTag s_log("GEShaderMirror");
-
-const char kDashLine[] = "------------------------------------------------------";
 
 #define MIRROR_PORTRAIT_BODY                      \
     "    vec2 tmp_coord;\n"                       \
@@ -97,20 +90,8 @@ GEShaderMirror::~GEShaderMirror() {
 
 int GEShaderMirror::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w, unsigned h,
                          unsigned char capture, IYUVConverter* conv) {
-    GE_LOGI(s_log, "[%s] enter", "Init");
-    GE_LOGI(s_log, "[%s] %s", "Init", kDashLine);
-    GE_LOGI(s_log, "[%s] GEShaderMirror::Init", "Init");
-    GE_LOGI(s_log, "[%s] %s", "Init", kDashLine);
-
-    m_nArg = a;
-    m_nRenderX = x;
-    m_nRenderY = y;
-    m_nRenderW = w;
-    m_nRenderH = h;
-    m_pSrcTexture = src;
-    m_bCapture = capture != 0;
-    m_nRefWidth = 960;
-    m_nRefHeight = 544;
+    LogInitBanner("GEShaderMirror::Init");
+    StoreInitArgs(src, a, x, y, w, h, capture);
     if (src == nullptr || !GEShader::Init(src, a, x, y, w, h, capture, conv)) {
         return 0;
     }
@@ -122,84 +103,31 @@ int GEShaderMirror::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, uns
         GE_LOGI(s_log, "[%s] Creating Mirror shader", "Init");
         m_pProgram = new (std::nothrow) GLProgMirror(m_bLandscaped);
     }
-    if (m_pProgram == nullptr) {
-        GE_LOGE(s_log, "[%s] can't new program", "Init");
+    if (!LoadProgram(m_pProgram)) {
         return 0;
     }
-    if (!m_pProgram->Load()) {
-        GE_LOGE(s_log, "[%s] can't load program", "Init");
-        return 0;
-    }
-    m_pProgram->SetTextures(0, src);
-
-    // The texture is allocated 32-aligned: the quad samples only the
-    // picture's part of each row.
-    GE_LOGI(s_log, "[%s] partial texcoord", "Init");
-    for (int i = 0; i < g_nQuadVertices; ++i) {
-        m_fTileTexCoord[2 * i] = (float)w * g_fQuadTexCoord[2 * i] / (float)src->GetAllocWidth();
-        m_fTileTexCoord[2 * i + 1] = g_fQuadTexCoord[2 * i + 1];
-        m_fGlobalTexCoord[2 * i] = g_fQuadTexCoord[2 * i];
-        m_fGlobalTexCoord[2 * i + 1] = g_fQuadTexCoord[2 * i + 1];
-        GE_LOGI(s_log, "[%s] %f:%f", "Init", (double)m_fTileTexCoord[2 * i],
-                (double)m_fTileTexCoord[2 * i + 1]);
-    }
-
-    m_bInited = true;
-    GE_LOGI(s_log, "[%s] leave", "Init");
-    return 1;
+    SetPartialTexCoord();
+    return FinishInit();
 }
 
 int GEShaderMirror::Deinit() {
-    GE_LOGI(s_log, "[%s] enter", "Deinit");
-    m_bInited = false;
-    GEShader::Deinit();
-    delete m_pProgram;
-    m_pProgram = nullptr;
-    GE_LOGI(s_log, "[%s] leave", "Deinit");
-    return 1;
+    return DeinitProgram(m_pProgram);
 }
 
 int GEShaderMirror::SetParam(unsigned, int, int, int, int) {
-    if (!m_bInited) {
-        GE_LOGE(s_log, "[%s] effect not initialized", "SetParam");
-        return 0;
-    }
-    return 1;
-}
-
-int GEShaderMirror::SetCrop(int, int, int, int) {
-    return 1;
+    return SetNoParam();
 }
 
 int GEShaderMirror::ProcFrame(unsigned a, unsigned b, int c, int d) {
-    if (!m_bInited || m_pProgram == nullptr) {
-        GE_LOGE(s_log, "[%s] effect not initialized", "ProcFrame");
-        return 0;
-    }
-    if (m_bCapture) {
-        GE_LOGE(s_log, "[%s] Preview mode only", "ProcFrame");
-        return 0;
-    }
-    ProcBlock(a, b, c, d);
-    return 1;
+    return ProcPreview(m_pProgram, a, b, c, d);
 }
 
 int GEShaderMirror::ProcFrame(unsigned char*, unsigned char* out, int w, int h) {
     return WalkRuns(out, w, h);
 }
 
+// The tile coordinates are drawn in capture as well: each tile is reflected
+// about the middle of its own texture.
 int GEShaderMirror::ProcBlock(unsigned, unsigned, int, int) {
-    m_pDstFbo->Bind();
-    glViewport((GLint)m_nRenderX, (GLint)m_nRenderY, (GLsizei)m_nRenderW, (GLsizei)m_nRenderH);
-    m_pProgram->Use();
-    m_pProgram->SetVertexCoord(g_nQuadPosSize, g_fQuadPos);
-    // The tile coordinates are the ones drawn: each tile is reflected about
-    // the middle of its own texture.
-    m_pProgram->SetTextureCoord(g_nQuadTexCoordSize, m_fGlobalTexCoord);
-    m_pProgram->SetTextureCoord(g_nQuadTexCoordSize, m_fTileTexCoord);
-    m_pProgram->Draw();
-    ConvertYUV(0, 0, (int)m_pSrcTexture->GetWidth(), (int)m_pSrcTexture->GetHeight());
-    glFlush();
-    glFinish();
-    return 1;
+    return RenderBlock(m_pProgram, m_fTileTexCoord);
 }

@@ -56,8 +56,6 @@ public:
     // No parameters: 1 once initialised.
     int SetParam(unsigned group, int, int, int, int) override;
     using GEShader::SetCrop;
-    // Does nothing.
-    int SetCrop(int x, int y, int w, int h) override;
 
     bool m_bLandscaped;  // written by the manager before Init
 

@@ -1,5 +1,6 @@
-// The effect base class: Init / Deinit, the crop, the source texture and the
-// two capture tile walks. The YUV output converter is GEYUVConverter.cpp.
+// The effect base class: Init / Deinit, the crop, the source texture, the two
+// capture tile walks and the steps the effects share. The YUV output
+// converter is GEYUVConverter.cpp.
 #include "engine/GEShader.h"
 
 #include <GLES2/gl2ext.h>
@@ -8,11 +9,15 @@
 #include "engine/GLProgRGBtoYUV.h"
 #include "gl/GECommon.h"
 #include "gl/GLFbo.h"
+#include "gl/GLProgram.h"
+#include "gl/GLQuad.h"
 #include "gl/GLTexture.h"
 
 namespace {
 
 GELogTag s_log("GEShader");
+
+const char kDashLine[] = "------------------------------------------------------";
 
 unsigned RoundUp32(unsigned v) {
     return (v + 31u) & ~31u;
@@ -405,5 +410,91 @@ int GEShader::WalkCropped(unsigned char* out, int W, int H) {
         }
     }
     GE_LOGI(m_log, "[%s] leave", "ProcFrame");
+    return 1;
+}
+
+void GEShader::LogInitBanner(const char* szName) {
+    GE_LOGI(m_log, "[%s] enter", "Init");
+    GE_LOGI(m_log, "[%s] %s", "Init", kDashLine);
+    GE_LOGI(m_log, "[%s] %s", "Init", szName);
+    GE_LOGI(m_log, "[%s] %s", "Init", kDashLine);
+}
+
+void GEShader::StoreInitArgs(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w,
+                             unsigned h, unsigned char capture, unsigned refW, unsigned refH) {
+    m_pSrcTexture = src;
+    m_nArg = a;
+    m_nRenderX = x;
+    m_nRenderY = y;
+    m_nRenderW = w;
+    m_nRenderH = h;
+    m_bCapture = capture != 0;
+    m_nRefWidth = refW;
+    m_nRefHeight = refH;
+}
+
+int GEShader::LoadProgram(GLProgram* prog) {
+    if (prog == nullptr) {
+        GE_LOGE(m_log, "[%s] can't new program", "Init");
+        return 0;
+    }
+    if (!prog->Load()) {
+        GE_LOGE(m_log, "[%s] can't load program", "Init");
+        return 0;
+    }
+    prog->SetTextures(0, m_pSrcTexture);
+    return 1;
+}
+
+void GEShader::SetPartialTexCoord() {
+    GE_LOGI(m_log, "[%s] partial texcoord", "Init");
+    const float allocW = (float)m_pSrcTexture->GetAllocWidth();
+    for (int i = 0; i < g_nQuadVertices; ++i) {
+        m_fTileTexCoord[2 * i] = (float)m_nRenderW * g_fQuadTexCoord[2 * i] / allocW;
+        m_fTileTexCoord[2 * i + 1] = g_fQuadTexCoord[2 * i + 1];
+        m_fGlobalTexCoord[2 * i] = g_fQuadTexCoord[2 * i];
+        m_fGlobalTexCoord[2 * i + 1] = g_fQuadTexCoord[2 * i + 1];
+        GE_LOGI(m_log, "[%s] %f:%f", "Init", (double)m_fTileTexCoord[2 * i],
+                (double)m_fTileTexCoord[2 * i + 1]);
+    }
+}
+
+int GEShader::FinishInit() {
+    m_bInited = true;
+    GE_LOGI(m_log, "[%s] leave", "Init");
+    return 1;
+}
+
+int GEShader::ProcPreview(const GLProgram* prog, unsigned a, unsigned b, int c, int d) {
+    if (!m_bInited || prog == nullptr) {
+        GE_LOGE(m_log, "[%s] effect not initialized", "ProcFrame");
+        return 0;
+    }
+    if (m_bCapture) {
+        GE_LOGE(m_log, "[%s] Preview mode only", "ProcFrame");
+        return 0;
+    }
+    ProcBlock(a, b, c, d);
+    return 1;
+}
+
+int GEShader::RenderBlock(GLProgram* prog, const GLfloat* texCoord) {
+    m_pDstFbo->Bind();
+    glViewport((GLint)m_nRenderX, (GLint)m_nRenderY, (GLsizei)m_nRenderW, (GLsizei)m_nRenderH);
+    prog->Use();
+    prog->SetVertexCoord(g_nQuadPosSize, g_fQuadPos);
+    prog->SetTextureCoord(g_nQuadTexCoordSize, texCoord);
+    prog->Draw();
+    ConvertYUV(0, 0, (int)m_pSrcTexture->GetWidth(), (int)m_pSrcTexture->GetHeight());
+    glFlush();
+    glFinish();
+    return 1;
+}
+
+int GEShader::SetNoParam() {
+    if (!m_bInited) {
+        GE_LOGE(m_log, "[%s] effect not initialized", "SetParam");
+        return 0;
+    }
     return 1;
 }

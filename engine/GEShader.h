@@ -19,7 +19,11 @@
 //
 // The walks keep m_fTileTexCoord (the tile's part of the source texture) and
 // m_fGlobalTexCoord (the tile's place in the whole picture) current for
-// ProcBlock, in the vertex order of the shared quad (GLQuad.h).
+// ProcBlock, in the vertex order of the shared quad (GLQuad.h). The steps
+// that effects share otherwise (Init's banner and stores, loading the
+// program, the partial texture coordinates, the preview refusals, the
+// single-pass render, SetParam without parameters, Deinit of one program)
+// are protected members below.
 #ifndef POSTEFFECT_ENGINE_GESHADER_H
 #define POSTEFFECT_ENGINE_GESHADER_H
 
@@ -31,6 +35,7 @@
 
 class GLTexture;
 class GLFbo;
+class GLProgram;
 class GLProgRGBtoY;
 class GLProgRGBtoUV;
 
@@ -117,6 +122,66 @@ protected:
     // past the picture's right or bottom edge is cut at that edge, and every
     // source rectangle is cut to the image (GEShader.cpp).
     int WalkCropped(unsigned char* out, int W, int H);
+
+    // Steps that the effects' own operations share, logged under the
+    // effect's tag. A single-pass effect is made of them:
+    //
+    //     Init:       LogInitBanner, StoreInitArgs, GEShader::Init, its
+    //                 program created ("[Init] Creating ... shader"),
+    //                 LoadProgram, SetPartialTexCoord, FinishInit
+    //     Deinit:     DeinitProgram(m_pProgram)
+    //     ProcFrame:  ProcPreview(m_pProgram, ...) / WalkRuns(out, W, H)
+    //     ProcBlock:  RenderBlock(m_pProgram, m_fTileTexCoord)
+    //     SetParam:   SetNoParam()
+    //
+    // Init's opening lines: "[Init] enter", a line of dashes, "[Init] NAME"
+    // (such as "GEShaderBloom::Init") and the dashes again.
+    void LogInitBanner(const char* szName);
+    // Init's arguments into the base fields: the source texture, the second
+    // argument, the render rectangle and the capture flag; and the
+    // reference size.
+    void StoreInitArgs(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w, unsigned h,
+                       unsigned char capture, unsigned refW = 960, unsigned refH = 544);
+    // Loads the effect's newly made program and puts the source texture
+    // into its input slot 0. 0 with "[Init] can't new program" when `prog`
+    // is null, with "[Init] can't load program" when its Load fails; else 1.
+    int LoadProgram(GLProgram* prog);
+    // Logs "[Init] partial texcoord" and fills m_fTileTexCoord from the
+    // quad's template with s scaled by the render width / the source
+    // texture's allocated width, so that the quad samples only the
+    // picture's part of the 32-aligned texture; each pair is logged as
+    // "[Init] %f:%f". m_fGlobalTexCoord becomes the template.
+    void SetPartialTexCoord();
+    // The end of a successful Init: the effect is initialised; "[Init]
+    // leave". 1.
+    int FinishInit();
+    // The preview ProcFrame: 0 with "[ProcFrame] effect not initialized"
+    // when the effect is not initialised or has no program `prog`, 0 with
+    // "[ProcFrame] Preview mode only" in capture mode; otherwise
+    // ProcBlock(a, b, c, d) and 1, whatever it returned.
+    int ProcPreview(const GLProgram* prog, unsigned a, unsigned b, int c, int d);
+    // A single-pass ProcBlock: binds m_pDstFbo, sets the viewport to the
+    // render rectangle, uses `prog`, draws the quad with the texture
+    // coordinates `texCoord` (eight floats, the quad's vertex order),
+    // converts the result to YUV over the source texture's size, then
+    // glFlush and glFinish. 1.
+    int RenderBlock(GLProgram* prog, const GLfloat* texCoord);
+    // The SetParam of an effect without parameters: 1 once initialised,
+    // else "[SetParam] effect not initialized" and 0.
+    int SetNoParam();
+    // The Deinit of an effect whose one resource is its program:
+    // "[Deinit] enter", not initialised, GEShader::Deinit, the program
+    // deleted and forgotten, "[Deinit] leave". 1.
+    template <class P>
+    int DeinitProgram(P*& prog) {
+        GE_LOGI(m_log, "[%s] enter", "Deinit");
+        m_bInited = false;
+        GEShader::Deinit();
+        delete prog;
+        prog = nullptr;
+        GE_LOGI(m_log, "[%s] leave", "Deinit");
+        return 1;
+    }
 
     GELogTag& m_log;  // the effect's own tag
 
