@@ -70,6 +70,8 @@ int GEShaderBloom::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsi
         return 0;
     }
 
+    // A program left from an earlier Init goes first.
+    delete m_pProgram;
     // Only the preview program is announced.
     if (m_bCapture) {
         m_pProgram = new (std::nothrow) GLProgBloomLarge();

@@ -96,6 +96,8 @@ int GEShaderMirror::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, uns
         return 0;
     }
 
+    // A program left from an earlier Init goes first.
+    delete m_pProgram;
     if (m_bCapture) {
         GE_LOGI(s_log, "[%s] Creating Mirror large shader", "Init");
         m_pProgram = new (std::nothrow) GLProgMirrorLarge(m_bLandscaped);
