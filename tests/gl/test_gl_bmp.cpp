@@ -5,13 +5,14 @@
 #include <GLES2/gl2.h>
 #include <android/log.h>
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "GETestFile.h"
 #include "GETestGL.h"
 #include "GETestLog.h"
 #include "gl/GLFbo.h"
@@ -21,175 +22,40 @@ namespace {
 
 const int I = ANDROID_LOG_INFO;
 const int E = ANDROID_LOG_ERROR;
-
-typedef std::vector<unsigned char> Bytes;
-
-void Put32(Bytes* b, size_t at, uint32_t v) {
-    ASSERT_LE(at + 4, b->size());
-    unsigned char le[4] = {(unsigned char)v, (unsigned char)(v >> 8), (unsigned char)(v >> 16),
-                           (unsigned char)(v >> 24)};
-    std::copy(le, le + 4, b->begin() + (std::ptrdiff_t)at);
-}
-
-uint32_t Get32(const Bytes& b, size_t at) {
-    return (uint32_t)b[at] | (uint32_t)b[at + 1] << 8 | (uint32_t)b[at + 2] << 16 |
-           (uint32_t)b[at + 3] << 24;
-}
-
-unsigned Get16(const Bytes& b, size_t at) {
-    return (unsigned)b[at] | (unsigned)b[at + 1] << 8;
-}
-
-// A BMP file: the 54-byte header (with a recognisable reserved word and
-// resolution), `gap` marker bytes up to the pixel data, then `pixels`.
-Bytes MakeBmp(int32_t w, int32_t h, unsigned bits, const Bytes& pixels, size_t gap = 0) {
-    Bytes b(54 + gap, 0);
-    b[0] = 'B';
-    b[1] = 'M';
-    Put32(&b, 2, (uint32_t)(54 + gap + pixels.size()));
-    b[6] = 'T';
-    b[7] = 'M';
-    b[8] = 'P';
-    b[9] = 'L';
-    Put32(&b, 10, (uint32_t)(54 + gap));
-    Put32(&b, 14, 40);
-    Put32(&b, 18, (uint32_t)w);
-    Put32(&b, 22, (uint32_t)h);
-    b[26] = 1;
-    b[28] = (unsigned char)bits;
-    b[29] = (unsigned char)(bits >> 8);
-    Put32(&b, 34, (uint32_t)pixels.size());
-    Put32(&b, 38, 2835);
-    Put32(&b, 42, 2835);
-    for (size_t i = 0; i < gap; ++i) {
-        b[54 + i] = (unsigned char)(0xC0 + i);
-    }
-    b.insert(b.end(), pixels.begin(), pixels.end());
-    return b;
-}
-
-Bytes Pattern(size_t n, unsigned seed) {
-    Bytes p(n);
-    unsigned s = seed * 2654435761u + 1;
-    for (size_t i = 0; i < n; ++i) {
-        s = s * 1103515245u + 12345u;
-        p[i] = (unsigned char)(s >> 16);
-    }
-    return p;
-}
-
-void WriteFile(const std::string& path, const Bytes& bytes) {
-    FILE* f = fopen(path.c_str(), "wb");
-    ASSERT_NE(f, nullptr) << path;
-    if (!bytes.empty()) {
-        ASSERT_EQ(fwrite(bytes.data(), 1, bytes.size(), f), bytes.size());
-    }
-    fclose(f);
-}
-
-Bytes ReadFile(const std::string& path) {
-    Bytes out;
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) {
-        return out;
-    }
-    unsigned char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) {
-        out.insert(out.end(), buf, buf + n);
-    }
-    fclose(f);
-    return out;
-}
+typedef GETestBytes Bytes;
 
 std::string DataPath(const std::string& name) {
     return "/data/test_gl_bmp_" + name;
 }
 
-// Draws texture `tex` over a w x h RGBA framebuffer, fragment (x, y)
-// sampling the centre of texel (x, y) with nearest filtering.
-Bytes SampleTexture(GLuint tex, int texW, int texH, int w, int h) {
-    static const char* kVs =
-        "attribute vec4 a_pos;\n"
-        "attribute vec2 a_tc;\n"
-        "varying vec2 v_tc;\n"
-        "void main() { gl_Position = a_pos; v_tc = a_tc; }\n";
-    static const char* kFs =
-        "precision highp float;\n"
-        "uniform sampler2D s_tex;\n"
-        "varying vec2 v_tc;\n"
-        "void main() { gl_FragColor = texture2D(s_tex, v_tc); }\n";
-    Bytes out((size_t)w * h * 4, 0xEE);
-    GLuint vs = glCreateShader(GL_VERTEX_SHADER);
-    glShaderSource(vs, 1, &kVs, nullptr);
-    glCompileShader(vs);
-    GLuint fs = glCreateShader(GL_FRAGMENT_SHADER);
-    glShaderSource(fs, 1, &kFs, nullptr);
-    glCompileShader(fs);
-    GLuint prog = glCreateProgram();
-    glAttachShader(prog, vs);
-    glAttachShader(prog, fs);
-    glBindAttribLocation(prog, 0, "a_pos");
-    glBindAttribLocation(prog, 1, "a_tc");
-    glLinkProgram(prog);
-    GLuint target = 0;
-    glGenTextures(1, &target);
-    glBindTexture(GL_TEXTURE_2D, target);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-    GLuint fbo = 0;
-    glGenFramebuffers(1, &fbo);
-    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, target, 0);
-    glActiveTexture(GL_TEXTURE0);
-    glBindTexture(GL_TEXTURE_2D, tex);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-    glUseProgram(prog);
-    glUniform1i(glGetUniformLocation(prog, "s_tex"), 0);
-    float sx = (float)w / texW;
-    float sy = (float)h / texH;
-    const float pos[] = {-1, -1, 1, -1, -1, 1, 1, 1};
-    const float tc[] = {0, 0, sx, 0, 0, sy, sx, sy};
-    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, pos);
-    glVertexAttribPointer(1, 2, GL_FLOAT, GL_FALSE, 0, tc);
-    glEnableVertexAttribArray(0);
-    glEnableVertexAttribArray(1);
-    glViewport(0, 0, w, h);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-    glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    glReadPixels(0, 0, w, h, GL_RGBA, GL_UNSIGNED_BYTE, out.data());
-    glDisableVertexAttribArray(0);
-    glDisableVertexAttribArray(1);
-    glUseProgram(0);
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
-    glDeleteFramebuffers(1, &fbo);
-    glDeleteTextures(1, &target);
-    glDeleteProgram(prog);
-    glDeleteShader(vs);
-    glDeleteShader(fs);
-    EXPECT_EQ(glGetError(), (GLenum)GL_NO_ERROR);
-    return out;
+// Writes `bytes` under "/data/" and returns the path.
+std::string Put(const std::string& name, const Bytes& bytes) {
+    std::string path = DataPath(name);
+    EXPECT_TRUE(GETestWriteFile(path, bytes)) << path;
+    return path;
 }
 
-// The packed w x h x bpp bytes at the start of an ST's buffer.
+// The first n bytes of an ST's buffer.
 Bytes STBytes(GLTexture* tex, size_t n) {
     const unsigned char* p = tex->GetSTDataBuf();
     return p ? Bytes(p, p + n) : Bytes();
 }
 
-// Lines of `log` whose text starts with "[fn]".
-std::vector<std::string> LinesOf(const GETestLog& log, const std::string& fn) {
-    std::vector<std::string> out;
-    for (const GETestLogLine& l : log.Lines()) {
-        if (l.text.compare(0, fn.size() + 2, "[" + fn + "]") == 0) {
-            out.push_back(l.text);
-        }
-    }
-    return out;
-}
-
 int Expand(unsigned v, unsigned bits) {
     return (int)((v * 255 + ((1u << bits) - 1) / 2) / ((1u << bits) - 1));
+}
+
+// The RGBA a shader reads from a texel of `bits` per pixel stored as `p`.
+void Sampled(const unsigned char* p, unsigned bits, int want[4]) {
+    if (bits == 16) {
+        unsigned v = (unsigned)p[0] | (unsigned)p[1] << 8;
+        want[0] = Expand(v >> 11, 5), want[1] = Expand((v >> 5) & 63, 6);
+        want[2] = Expand(v & 31, 5), want[3] = 255;
+    } else if (bits == 8) {
+        want[0] = want[1] = want[2] = p[0], want[3] = 255;
+    } else {
+        want[0] = p[0], want[1] = p[1], want[2] = p[2], want[3] = bits == 32 ? p[3] : 255;
+    }
 }
 
 class BmpTest : public GLTest {
@@ -200,9 +66,12 @@ protected:
     }
 };
 
-TEST_F(BmpTest, LoadsEachDepthIntoANormalTexture) {
-    const int w = 8, h = 3;
-    struct {
+// Each depth into a normal texture (as a shader sees it) and, but for 8 bits,
+// into a streaming one (bytes packed at the start of the buffer, rows not at
+// its 32-pixel stride, the rest untouched).
+TEST_F(BmpTest, LoadsEachDepth) {
+    const int w = 20, h = 3;
+    const struct {
         unsigned bits, format, type;
     } cases[] = {
         {32, GL_RGBA, GL_UNSIGNED_BYTE},
@@ -212,451 +81,327 @@ TEST_F(BmpTest, LoadsEachDepthIntoANormalTexture) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.bits);
-        Bytes pixels = Pattern((size_t)w * h * c.bits / 8, c.bits);
-        std::string path = DataPath("normal" + std::to_string(c.bits) + ".bmp");
-        WriteFile(path, MakeBmp(w, h, c.bits, pixels));
+        const size_t n = (size_t)w * h * c.bits / 8;
+        Bytes pixels = GETestPattern(n, c.bits);
+        std::string path = Put("load.bmp", GETestMakeBmp(w, h, c.bits, pixels));
         GETestLog log;
         GLTexture tex;
         ASSERT_EQ(tex.LoadBMP(path.c_str(), c.format, c.type, 0), 1) << log.Dump();
+        EXPECT_TRUE(log.HasExact(I, "GLTexture", "[LoadBMP] BMP file " + path));
+        EXPECT_TRUE(
+            log.HasExact(I, "GLTexture", GETestFormat("[LoadBMP] reading 20x3, %u BPP", c.bits)));
         EXPECT_FALSE(tex.IsST());
         EXPECT_EQ(tex.GetWidth(), (unsigned)w);
         EXPECT_EQ(tex.GetHeight(), (unsigned)h);
         GLint v = 0;
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &v);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, &v);
         EXPECT_EQ(v, GL_REPEAT);
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &v);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &v);
         EXPECT_EQ(v, GL_LINEAR);
-
-        Bytes seen = SampleTexture(tex.GetTexName(), w, h, w, h);
+        Bytes seen = GETestSampleTexture(tex.GetTexName(), w, h);
         for (int i = 0; i < w * h; ++i) {
             int want[4];
-            const unsigned char* p = &pixels[(size_t)i * c.bits / 8];
-            if (c.bits == 32) {
-                want[0] = p[0], want[1] = p[1], want[2] = p[2], want[3] = p[3];
-            } else if (c.bits == 24) {
-                want[0] = p[0], want[1] = p[1], want[2] = p[2], want[3] = 255;
-            } else if (c.bits == 16) {
-                unsigned v16 = (unsigned)p[0] | (unsigned)p[1] << 8;
-                want[0] = Expand(v16 >> 11, 5), want[1] = Expand((v16 >> 5) & 63, 6);
-                want[2] = Expand(v16 & 31, 5), want[3] = 255;
-            } else {
-                want[0] = want[1] = want[2] = p[0], want[3] = 255;
-            }
+            Sampled(&pixels[(size_t)i * c.bits / 8], c.bits, want);
             for (int k = 0; k < 4; ++k) {
                 ASSERT_NEAR(seen[(size_t)i * 4 + k], want[k], c.bits == 16 ? 1 : 0)
                     << "texel " << i << " channel " << k;
             }
         }
-        if (c.bits == 24) {
-            std::vector<std::string> expected = {
-                "[LoadBMP] enter",
-                "[LoadBMP] BMP file " + path,
-                "[LoadBMP] alloc buf for file reading",
-                "[LoadBMP] reading 8x3, 24 BPP",
-                "[LoadBMP] file reading done",
-                "[LoadBMP] update data into texture",
-                "[LoadBMP] leave",
-            };
-            EXPECT_EQ(LinesOf(log, "LoadBMP"), expected) << log.Dump();
+        if (c.bits == 8) {
+            continue;
         }
+        path = Put("load_st.bmp", GETestMakeBmp(w, h, c.bits, pixels, 6));
+        GLTexture st;
+        ASSERT_EQ(st.LoadBMP(path.c_str(), c.format, c.type, 1), 1);
+        EXPECT_TRUE(st.IsST());
+        EXPECT_EQ(st.GetAllocWidth(), 32u);
+        size_t capacity = (size_t)st.GetStride() * h * st.GetBytesPerPixel();
+        Bytes all = STBytes(&st, capacity);
+        EXPECT_EQ(Bytes(all.begin(), all.begin() + n), pixels);
+        EXPECT_EQ(std::count(all.begin() + n, all.end(), 0), (long)(capacity - n));
     }
 }
 
-TEST_F(BmpTest, LoadsEachDepthIntoAStreamingTexture) {
-    const int w = 20, h = 3;  // rows packed, not at the buffer's 32-pixel stride
-    struct {
-        unsigned bits, format, type;
-    } cases[] = {
-        {32, GL_RGBA, GL_UNSIGNED_BYTE},
-        {24, GL_RGB, GL_UNSIGNED_BYTE},
-        {16, GL_RGB, GL_UNSIGNED_SHORT_5_6_5},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bits);
-        size_t n = (size_t)w * h * c.bits / 8;
-        Bytes pixels = Pattern(n, c.bits + 100);
-        std::string path = DataPath("st" + std::to_string(c.bits) + ".bmp");
-        WriteFile(path, MakeBmp(w, h, c.bits, pixels, 6));
-        GLTexture tex;
-        ASSERT_EQ(tex.LoadBMP(path.c_str(), c.format, c.type, 1), 1);
-        EXPECT_TRUE(tex.IsST());
-        EXPECT_EQ(tex.GetAllocWidth(), 32u);
-        EXPECT_EQ(STBytes(&tex, n), pixels);
-        // The rest of the fresh buffer is untouched.
-        size_t capacity = (size_t)tex.GetStride() * h * tex.GetBytesPerPixel();
-        const unsigned char* data = tex.GetSTDataBuf();
-        for (size_t i = n; i < capacity; ++i) {
-            ASSERT_EQ(data[i], 0) << i;
-        }
-    }
-}
-
-TEST_F(BmpTest, TwentyFourBitFileIntoAnRGBATexture) {
-    // The type matches, so the file passes; its 3-byte pixels fill the
-    // 4-byte texels in order and the texels past the file's bytes are zero.
+// Files the reader takes though they do not fit: nothing is read or written
+// outside the buffers.
+TEST_F(BmpTest, LenientLoadsStayInsideTheirBuffers) {
+    // A 24-bit file as GL_RGBA / GL_UNSIGNED_BYTE passes (the type matches):
+    // its 3-byte pixels fill the 4-byte texels in order, zero past the file's.
     const int w = 5, h = 3;
-    Bytes pixels = Pattern((size_t)w * h * 3, 7);
-    std::string path = DataPath("rgb_as_rgba.bmp");
-    WriteFile(path, MakeBmp(w, h, 24, pixels));
-    GLTexture tex;
-    ASSERT_EQ(tex.LoadBMP(path.c_str(), GL_RGBA, GL_UNSIGNED_BYTE, 0), 1);
-    Bytes seen = SampleTexture(tex.GetTexName(), w, h, w, h);
-    Bytes stream = pixels;
+    Bytes rgb = GETestPattern((size_t)w * h * 3, 7);
+    std::string path = Put("rgb_as_rgba.bmp", GETestMakeBmp(w, h, 24, rgb));
+    GLTexture rgba;
+    ASSERT_EQ(rgba.LoadBMP(path.c_str(), GL_RGBA, GL_UNSIGNED_BYTE, 0), 1);
+    Bytes stream = rgb;
     stream.resize((size_t)w * h * 4, 0);
-    EXPECT_EQ(seen, stream);
-}
+    EXPECT_EQ(GETestSampleTexture(rgba.GetTexName(), w, h), stream);
 
-TEST_F(BmpTest, LuminanceRowsFollowTheUnpackAlignment) {
-    // Five bytes a row: GL reads rows 8 bytes apart (alignment 4) out of the
-    // packed buffer, zero past the file's bytes.
-    const int w = 5, h = 4;
-    Bytes pixels = Pattern((size_t)w * h, 9);
-    std::string path = DataPath("lum5.bmp");
-    WriteFile(path, MakeBmp(w, h, 8, pixels));
-    GLTexture tex;
-    ASSERT_EQ(tex.LoadBMP(path.c_str(), GL_LUMINANCE, GL_UNSIGNED_BYTE, 0), 1);
-    Bytes seen = SampleTexture(tex.GetTexName(), w, h, w, h);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
+    // Five luminance bytes a row: GL reads rows 8 bytes apart (alignment 4)
+    // from the packed bytes, zero past the file's.
+    const int lw = 5, lh = 4;
+    Bytes grey = GETestPattern((size_t)lw * lh, 9);
+    path = Put("lum5.bmp", GETestMakeBmp(lw, lh, 8, grey));
+    GLTexture lum;
+    ASSERT_EQ(lum.LoadBMP(path.c_str(), GL_LUMINANCE, GL_UNSIGNED_BYTE, 0), 1);
+    Bytes seen = GETestSampleTexture(lum.GetTexName(), lw, lh);
+    for (int y = 0; y < lh; ++y) {
+        for (int x = 0; x < lw; ++x) {
             size_t at = (size_t)y * 8 + x;
-            int want = at < pixels.size() ? pixels[at] : 0;
-            ASSERT_EQ(seen[((size_t)y * w + x) * 4], want) << x << "," << y;
+            ASSERT_EQ(seen[((size_t)y * lw + x) * 4], at < grey.size() ? grey[at] : 0)
+                << x << "," << y;
         }
     }
+
+    // A 32-bit file as a GL_RGB / GL_UNSIGNED_BYTE ST passes (the type
+    // matches): 512 bytes of pixels for a buffer of 32 x 4 x 3 = 384 bytes.
+    Bytes big = GETestPattern(32 * 4 * 4, 11);
+    path = Put("rgba_into_rgb_st.bmp", GETestMakeBmp(32, 4, 32, big));
+    GLTexture st;
+    ASSERT_EQ(st.LoadBMP(path.c_str(), GL_RGB, GL_UNSIGNED_BYTE, 1), 1);
+    ASSERT_EQ((size_t)st.GetStride() * 4 * 3, 384u);
+    EXPECT_EQ(STBytes(&st, 384), Bytes(big.begin(), big.begin() + 384));
+    // Nor past it: the rest of the buffer's mapped page stays zero.
+    const unsigned char* end = st.GetSTDataBuf() + 384;
+    const size_t tail = (size_t)sysconf(_SC_PAGESIZE) - (uintptr_t)end % sysconf(_SC_PAGESIZE);
+    EXPECT_EQ((long)tail, std::count(end, end + tail, 0));
 }
 
-TEST_F(BmpTest, StreamingCopyStopsAtTheBuffersEnd) {
-    // A 32-bit file as GL_RGB / GL_UNSIGNED_BYTE passes (the type matches):
-    // 512 bytes of pixels for a buffer of 32 x 4 x 3 = 384 bytes.
-    const int w = 32, h = 4;
-    Bytes pixels = Pattern((size_t)w * h * 4, 11);
-    std::string path = DataPath("rgba_into_rgb_st.bmp");
-    WriteFile(path, MakeBmp(w, h, 32, pixels));
-    GLTexture tex;
-    ASSERT_EQ(tex.LoadBMP(path.c_str(), GL_RGB, GL_UNSIGNED_BYTE, 1), 1);
-    size_t capacity = (size_t)tex.GetStride() * h * 3;
-    ASSERT_EQ(capacity, 384u);
-    EXPECT_EQ(STBytes(&tex, capacity), Bytes(pixels.begin(), pixels.begin() + capacity));
-}
-
-TEST_F(BmpTest, DepthAndFormatMismatches) {
-    struct {
-        unsigned bits, format, type;
-        const char* line;
-    } cases[] = {
-        {32, GL_RGB, GL_UNSIGNED_SHORT_5_6_5,
-         "[LoadBMP] 32 bpp, format 0x1907 and type 0x8363 mismatch"},
-        {24, GL_LUMINANCE, GL_UNSIGNED_SHORT_5_6_5,
-         "[LoadBMP] 24 bpp, format 0x1909 and type 0x8363 mismatch"},
-        {16, GL_RGBA, GL_UNSIGNED_BYTE, "[LoadBMP] 16 bpp, format 0x1908 and type 0x1401 mismatch"},
-        {8, GL_RGB, GL_UNSIGNED_SHORT_5_6_5,
-         "[LoadBMP] 8 bpp, format 0x1907 and type 0x8363 mismatch"},
-    };
-    for (const auto& c : cases) {
-        std::string path = DataPath("mismatch.bmp");
-        WriteFile(path, MakeBmp(4, 4, c.bits, Pattern(4 * 4 * c.bits / 8, 1)));
-        GETestLog log;
-        GLTexture tex;
-        EXPECT_EQ(tex.LoadBMP(path.c_str(), c.format, c.type, 0), 0);
-        EXPECT_TRUE(log.HasExact(E, "GLTexture", c.line)) << log.Dump();
-        EXPECT_EQ(log.Count("alloc buf"), 0);
-        EXPECT_EQ(tex.GetTexName(), 0xFFFFFFFFu);
-    }
-}
-
-TEST_F(BmpTest, UnsupportedDepthFailsSilently) {
-    std::string path = DataPath("bpp12.bmp");
-    WriteFile(path, MakeBmp(4, 4, 12, Pattern(24, 3)));
-    GETestLog log;
-    GLTexture tex;
-    EXPECT_EQ(tex.LoadBMP(path.c_str(), GL_RGBA, GL_UNSIGNED_BYTE, 0), 0);
-    std::vector<std::string> lines = LinesOf(log, "LoadBMP");
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines.back(), "[LoadBMP] reading 4x4, 12 BPP") << log.Dump();
-    for (const GETestLogLine& l : log.Lines()) {
-        EXPECT_NE(l.priority, E) << l.text;
-    }
-    EXPECT_EQ(tex.GetTexName(), 0xFFFFFFFFu);
-}
-
-TEST_F(BmpTest, BadFilesFailWithTheirLine) {
-    const int w = 4, h = 4;
-    Bytes good = MakeBmp(w, h, 32, Pattern(w * h * 4, 5));
+TEST_F(BmpTest, RefusedFiles) {
+    Bytes good = GETestMakeBmp(4, 4, 32, GETestPattern(64, 5));
     Bytes hugeOffset = good;
-    Put32(&hugeOffset, 10, 0xFFFFFFF0u);
+    GETestPut32(&hugeOffset, 10, 0xFFFFFFF0u);
     Bytes farOffset = good;
-    Put32(&farOffset, 10, 1000);
+    GETestPut32(&farOffset, 10, 1000);
     Bytes notBmp = good;
     notBmp[1] = 'A';
-
-    struct {
+    auto bmp = [](int32_t w, int32_t h, unsigned bits) {
+        return GETestMakeBmp(w, h, bits, GETestPattern(64, 1));
+    };
+    const unsigned RGBA = GL_RGBA, RGB = GL_RGB, LUM = GL_LUMINANCE, UB = GL_UNSIGNED_BYTE,
+                   S565 = GL_UNSIGNED_SHORT_5_6_5;
+    const std::string kRead = "[LoadBMP] error reading file";
+    const std::string kMemory = "[LoadBMP] out of memory";
+    const struct {
         const char* name;
         Bytes bytes;
-        const char* line;
+        unsigned format, type, st;
+        std::string line;
     } cases[] = {
-        {"empty", Bytes(), "[LoadBMP] Can't open bmp: Header fail"},
-        {"notbmp", notBmp, "[LoadBMP] Can't open bmp: Header fail"},
-        {"shortheader", Bytes(good.begin(), good.begin() + 30), "[LoadBMP] error reading file"},
-        {"shortpixels", Bytes(good.begin(), good.end() - 1), "[LoadBMP] error reading file"},
-        {"nopixels", Bytes(good.begin(), good.begin() + 54), "[LoadBMP] error reading file"},
-        {"faroffset", farOffset, "[LoadBMP] error reading file"},
-        {"hugeoffset", hugeOffset, "[LoadBMP] error reading file"},
-        // Sizes no texture can have.
-        {"negheight", MakeBmp(4, -4, 32, Pattern(64, 1)), "[LoadBMP] out of memory"},
-        {"negwidth", MakeBmp(-4, 4, 32, Pattern(64, 1)), "[LoadBMP] out of memory"},
-        {"wide", MakeBmp(0x7FFFFFFF, 1, 8, Pattern(64, 1)), "[LoadBMP] out of memory"},
-        {"square", MakeBmp(65536, 65536, 32, Pattern(64, 1)), "[LoadBMP] out of memory"},
-        {"overflow", MakeBmp(0x40000000, 0x40000000, 32, Pattern(64, 1)),
-         "[LoadBMP] out of memory"},
-        // A possible size whose pixels the file does not hold.
-        {"bigshort", MakeBmp(16384, 16384, 32, Pattern(64, 1)), "[LoadBMP] error reading file"},
+        // Both format and type disagree with the depth.
+        {"m32", bmp(4, 4, 32), RGB, S565, 0,
+         "[LoadBMP] 32 bpp, format 0x1907 and type 0x8363 mismatch"},
+        {"m24", bmp(4, 4, 24), LUM, S565, 0,
+         "[LoadBMP] 24 bpp, format 0x1909 and type 0x8363 mismatch"},
+        {"m16", bmp(4, 4, 16), RGBA, UB, 0,
+         "[LoadBMP] 16 bpp, format 0x1908 and type 0x1401 mismatch"},
+        {"m8", bmp(4, 4, 8), RGB, S565, 0,
+         "[LoadBMP] 8 bpp, format 0x1907 and type 0x8363 mismatch"},
+        // Damaged files.
+        {"empty", Bytes(), RGBA, UB, 0, "[LoadBMP] Can't open bmp: Header fail"},
+        {"notbmp", notBmp, RGBA, UB, 0, "[LoadBMP] Can't open bmp: Header fail"},
+        {"shortheader", Bytes(good.begin(), good.begin() + 30), RGBA, UB, 0, kRead},
+        {"shortpixels", Bytes(good.begin(), good.end() - 1), RGBA, UB, 0, kRead},
+        {"nopixels", Bytes(good.begin(), good.begin() + 54), RGBA, UB, 0, kRead},
+        {"faroffset", farOffset, RGBA, UB, 0, kRead},
+        {"hugeoffset", hugeOffset, RGBA, UB, 0, kRead},
+        // Sizes no texture can have, and a possible one the file does not hold.
+        {"negheight", bmp(4, -4, 32), RGBA, UB, 0, kMemory},
+        {"negwidth", bmp(-4, 4, 32), RGBA, UB, 0, kMemory},
+        {"wide", bmp(0x7FFFFFFF, 1, 8), RGBA, UB, 0, kMemory},
+        {"square", bmp(65536, 65536, 32), RGBA, UB, 0, kMemory},
+        {"overflow", bmp(0x40000000, 0x40000000, 32), RGBA, UB, 0, kMemory},
+        {"bigshort", bmp(16384, 16384, 32), RGBA, UB, 0, kRead},
+        // A depth that no streaming texture takes.
+        {"lum_st", bmp(4, 4, 8), LUM, UB, 1, "[LoadBMP] Can't init texture"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        std::string path = DataPath(std::string("bad_") + c.name + ".bmp");
-        WriteFile(path, c.bytes);
+        std::string path = Put(std::string("bad_") + c.name + ".bmp", c.bytes);
         GETestLog log;
         GLTexture tex;
-        EXPECT_EQ(tex.LoadBMP(path.c_str(), GL_RGBA, GL_UNSIGNED_BYTE, 0), 0);
+        EXPECT_EQ(tex.LoadBMP(path.c_str(), c.format, c.type, (unsigned char)c.st), 0);
         EXPECT_TRUE(log.HasExact(E, "GLTexture", c.line)) << log.Dump();
         EXPECT_EQ(tex.GetTexName(), 0xFFFFFFFFu);
-        EXPECT_FALSE(log.Has(I, "GLTexture", "file reading done"));
     }
-
     GETestLog log;
     GLTexture tex;
     EXPECT_EQ(tex.LoadBMP("/data/test_gl_bmp_missing.bmp", GL_RGBA, GL_UNSIGNED_BYTE, 0), 0);
-    EXPECT_TRUE(
-        log.HasExact(E, "GLTexture", "[LoadBMP] Can't open BMP /data/test_gl_bmp_missing.bmp"));
+    EXPECT_EQ(log.Texts(E),
+              std::vector<std::string>{"[LoadBMP] Can't open BMP /data/test_gl_bmp_missing.bmp"});
 
-    // A depth that no streaming texture takes: the texture cannot be made.
-    std::string path = DataPath("lum_st.bmp");
-    WriteFile(path, MakeBmp(4, 4, 8, Pattern(16, 2)));
+    // Bits per pixel 12 passes the format test, then fails without a line.
+    std::string path = Put("bpp12.bmp", GETestMakeBmp(4, 4, 12, GETestPattern(24, 3)));
     log.Clear();
-    EXPECT_EQ(tex.LoadBMP(path.c_str(), GL_LUMINANCE, GL_UNSIGNED_BYTE, 1), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[Init] ST only supports RGB565/RGB88/RGBA"));
-    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[LoadBMP] Can't init texture")) << log.Dump();
+    EXPECT_EQ(tex.LoadBMP(path.c_str(), GL_RGBA, GL_UNSIGNED_BYTE, 0), 0);
+    EXPECT_EQ(log.Texts().back(), "[LoadBMP] reading 4x4, 12 BPP");
+    EXPECT_EQ(log.Texts(E), std::vector<std::string>());
+    EXPECT_EQ(tex.GetTexName(), 0xFFFFFFFFu);
 }
 
-// A template BMP of 128 bytes and more: 54 header bytes, `gap` marker bytes,
-// a few pixels.
-std::string WriteTemplate(const std::string& name, size_t gap) {
-    std::string path = DataPath(name);
-    WriteFile(path, MakeBmp(3, 2, 24, Pattern(100, 77), gap));
-    return path;
+// A template of 154 bytes: 54 header bytes, `gap` marker bytes, 100 pixel bytes.
+std::string WriteTemplate(size_t gap) {
+    return Put(GETestFormat("tpl%zu.bmp", gap),
+               GETestMakeBmp(3, 2, 24, GETestPattern(100, 77), gap));
 }
 
-// The header the texture writers must produce from `tpl`.
+// The header a writer must produce from `tpl`: its first `span` bytes with
+// width, height and bits per pixel patched.
 void ExpectHeader(const Bytes& out, const Bytes& tpl, size_t span, unsigned w, unsigned h,
                   unsigned bits) {
     ASSERT_GE(out.size(), span);
     for (size_t i = 0; i < span; ++i) {
-        if ((i >= 18 && i < 26) || i == 28 || i == 29) {
-            continue;
+        if ((i < 18 || i >= 26) && i != 28 && i != 29) {
+            ASSERT_EQ(out[i], tpl[i]) << "header byte " << i;
         }
-        ASSERT_EQ(out[i], tpl[i]) << "header byte " << i;
     }
-    EXPECT_EQ(Get32(out, 18), w);
-    EXPECT_EQ(Get32(out, 22), h);
-    EXPECT_EQ(Get16(out, 28), bits);
+    EXPECT_EQ(GETestGet32(out, 18), w);
+    EXPECT_EQ(GETestGet32(out, 22), h);
+    EXPECT_EQ(GETestGet16(out, 28), bits);
 }
 
-TEST_F(BmpTest, SaveRGBAStreamingTextureRoundTrip) {
-    const int w = 20, h = 3;
-    std::string tplPath = WriteTemplate("tpl.bmp", 0);
-    Bytes tpl = ReadFile(tplPath);
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 1), 1);
-    size_t n = (size_t)w * h * 4;
-    Bytes rgba = Pattern(n, 21);
-    memcpy(tex.GetSTDataBuf(), rgba.data(), n);
+// The streaming-texture writer for each depth; the pixel data goes at the
+// template's offset, past its 128 copied bytes for the 24-bit case.
+TEST_F(BmpTest, StreamingTextureWriterRoundTrips) {
+    const struct {
+        unsigned format, type, w, h, bits;
+        size_t gap;
+    } cases[] = {
+        {GL_RGBA, GL_UNSIGNED_BYTE, 20, 3, 32, 0},
+        {GL_RGB, GL_UNSIGNED_BYTE, 32, 2, 24, 86},
+        {GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 32, 2, 16, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bits);
+        std::string tplPath = WriteTemplate(c.gap);
+        Bytes tpl = GETestReadFile(tplPath);
+        const size_t offset = 54 + c.gap, n = (size_t)c.w * c.h * c.bits / 8;
+        GLTexture tex;
+        ASSERT_EQ(tex.Init(c.format, c.type, c.w, c.h, 1), 1);
+        Bytes pixels = GETestPattern(n, c.bits + 20);
+        memcpy(tex.GetSTDataBuf(), pixels.data(), n);
 
-    GETestLog log;
-    ASSERT_EQ(tex.SaveBMP(tplPath.c_str(), "test_gl_bmp_out32.bmp"), 1) << log.Dump();
-    EXPECT_TRUE(log.HasExact(I, "GLTexture", "[SaveBMP] fname " + tplPath));
-    EXPECT_TRUE(log.HasExact(I, "GLTexture", "[SaveBMP] foutname /data/test_gl_bmp_out32.bmp"));
-    EXPECT_TRUE(log.HasExact(I, "GLTexture", "[SaveBMP] offset 54, w=20, h=3, bpp=32, size=240"))
-        << log.Dump();
+        GETestLog log;
+        ASSERT_EQ(tex.SaveBMP(tplPath.c_str(), "test_gl_bmp_out.bmp"), 1) << log.Dump();
+        EXPECT_TRUE(log.HasExact(I, "GLTexture", "[SaveBMP] fname " + tplPath));
+        EXPECT_TRUE(log.HasExact(I, "GLTexture", "[SaveBMP] foutname /data/test_gl_bmp_out.bmp"));
+        EXPECT_TRUE(log.HasExact(I, "GLTexture",
+                                 GETestFormat("[SaveBMP] offset %zu, w=%u, h=%u, bpp=%u, size=%zu",
+                                              offset, c.w, c.h, c.bits, n)))
+            << log.Dump();
+        // 32 bits: RGBA becomes BGRA with opaque alpha, in the texture too.
+        Bytes want = pixels;
+        for (size_t i = 0; c.bits == 32 && i < n; i += 4) {
+            std::swap(want[i], want[i + 2]);
+            want[i + 3] = 0xFF;
+        }
+        EXPECT_EQ(STBytes(&tex, n), want);
 
-    Bytes bgra = rgba;
-    for (size_t i = 0; i < n; i += 4) {
-        std::swap(bgra[i], bgra[i + 2]);
-        bgra[i + 3] = 0xFF;
+        Bytes out = GETestReadFile("/data/test_gl_bmp_out.bmp");
+        ASSERT_EQ(out.size(), offset + n);
+        ExpectHeader(out, tpl, std::min<size_t>(offset, 128), c.w, c.h, c.bits);
+        for (size_t i = 128; i < offset; ++i) {
+            EXPECT_EQ(out[i], 0) << i;
+        }
+        EXPECT_EQ(Bytes(out.begin() + offset, out.end()), want);
+        GLTexture back;
+        ASSERT_EQ(back.LoadBMP("/data/test_gl_bmp_out.bmp", c.format, c.type, 1), 1);
+        EXPECT_EQ(STBytes(&back, n), want);
     }
-    // The texture itself now holds BGRA with opaque alpha.
-    EXPECT_EQ(STBytes(&tex, n), bgra);
-
-    Bytes out = ReadFile("/data/test_gl_bmp_out32.bmp");
-    ASSERT_EQ(out.size(), 54 + n);
-    ExpectHeader(out, tpl, 54, w, h, 32);
-    EXPECT_EQ(Bytes(out.begin() + 54, out.end()), bgra);
-
-    GLTexture back;
-    ASSERT_EQ(back.LoadBMP("/data/test_gl_bmp_out32.bmp", GL_RGBA, GL_UNSIGNED_BYTE, 1), 1);
-    EXPECT_EQ(STBytes(&back, n), bgra);
 }
 
-TEST_F(BmpTest, SaveRGBAnd565StreamingTexturesRoundTrip) {
-    std::string tplPath = WriteTemplate("tpl.bmp", 0);
-    Bytes tpl = ReadFile(tplPath);
-    const int w = 32, h = 2;
-
-    GLTexture rgb;
-    ASSERT_EQ(rgb.Init(GL_RGB, GL_UNSIGNED_BYTE, w, h, 1), 1);
-    Bytes p24 = Pattern((size_t)w * h * 3, 31);
-    memcpy(rgb.GetSTDataBuf(), p24.data(), p24.size());
-    ASSERT_EQ(rgb.SaveBMP(tplPath.c_str(), "test_gl_bmp_out24.bmp"), 1);
-    EXPECT_EQ(STBytes(&rgb, p24.size()), p24);  // no conversion below 32 bits
-    Bytes out = ReadFile("/data/test_gl_bmp_out24.bmp");
-    ExpectHeader(out, tpl, 54, w, h, 24);
-    EXPECT_EQ(Bytes(out.begin() + 54, out.end()), p24);
-    GLTexture back24;
-    ASSERT_EQ(back24.LoadBMP("/data/test_gl_bmp_out24.bmp", GL_RGB, GL_UNSIGNED_BYTE, 0), 1);
-    Bytes seen = SampleTexture(back24.GetTexName(), w, h, w, h);
-    for (int i = 0; i < w * h; ++i) {
-        ASSERT_EQ(seen[i * 4 + 0], p24[i * 3 + 0]);
-        ASSERT_EQ(seen[i * 4 + 1], p24[i * 3 + 1]);
-        ASSERT_EQ(seen[i * 4 + 2], p24[i * 3 + 2]);
-    }
-
-    GLTexture r565;
-    ASSERT_EQ(r565.Init(GL_RGB, GL_UNSIGNED_SHORT_5_6_5, w, h, 1), 1);
-    Bytes p16 = Pattern((size_t)w * h * 2, 41);
-    memcpy(r565.GetSTDataBuf(), p16.data(), p16.size());
-    ASSERT_EQ(r565.SaveBMP(tplPath.c_str(), "test_gl_bmp_out16.bmp"), 1);
-    out = ReadFile("/data/test_gl_bmp_out16.bmp");
-    ExpectHeader(out, tpl, 54, w, h, 16);
-    EXPECT_EQ(Bytes(out.begin() + 54, out.end()), p16);
-    GLTexture back16;
-    ASSERT_EQ(back16.LoadBMP("/data/test_gl_bmp_out16.bmp", GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 1), 1);
-    EXPECT_EQ(STBytes(&back16, p16.size()), p16);
-}
-
-TEST_F(BmpTest, PixelDataGoesAtTheTemplatesOffset) {
-    // Pixel data beyond the 128 copied bytes: the gap reads as zero.
-    std::string tplPath = WriteTemplate("tpl_far.bmp", 86);  // offset 140
-    Bytes tpl = ReadFile(tplPath);
-    const int w = 4, h = 2;
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGB, GL_UNSIGNED_BYTE, w, h, 1), 1);
-    Bytes p = Pattern((size_t)w * h * 3, 51);
-    memcpy(tex.GetSTDataBuf(), p.data(), p.size());
-    ASSERT_EQ(tex.SaveBMP(tplPath.c_str(), "test_gl_bmp_far.bmp"), 1);
-    Bytes out = ReadFile("/data/test_gl_bmp_far.bmp");
-    ASSERT_EQ(out.size(), 140 + p.size());
-    ExpectHeader(out, tpl, 128, w, h, 24);
-    for (size_t i = 128; i < 140; ++i) {
-        EXPECT_EQ(out[i], 0) << i;
-    }
-    EXPECT_EQ(Bytes(out.begin() + 140, out.end()), p);
-    GLTexture back;
-    ASSERT_EQ(back.LoadBMP("/data/test_gl_bmp_far.bmp", GL_RGB, GL_UNSIGNED_BYTE, 1), 1);
-    EXPECT_EQ(STBytes(&back, p.size()), p);
-}
-
-TEST_F(BmpTest, TextureWriterRefusals) {
-    std::string tplPath = WriteTemplate("tpl.bmp", 0);
-    GETestLog log;
-
-    GLTexture normal;
+TEST_F(BmpTest, WriterRefusals) {
+    std::string tplPath = WriteTemplate(0);
+    Bytes lying = GETestReadFile(tplPath);
+    GETestPut32(&lying, 10, 0xFFFFFF00u);  // pixel data past the template's end
+    std::string lyingPath = Put("lying_tpl.bmp", lying);
+    std::string notBmp = Put("not_a_bmp.bmp", Bytes(200, 'x'));
+    GLTexture normal, rgba, lum, rgb;
     ASSERT_EQ(normal.Init(GL_RGBA, GL_UNSIGNED_BYTE, 4, 4, 0), 1);
-    EXPECT_EQ(normal.SaveBMP(tplPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(
-        log.HasExact(E, "GLTexture", "[SaveBMP] ERROR, only streaming texture use this method"));
-    EXPECT_EQ(normal.SaveBMP_yuvx(tplPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLTexture",
-                             "[SaveBMP_yuvx] ERROR, only streaming texture use this method"));
-
-    // A buffer wrapped with a luminance format is a streaming texture that
-    // the writers do not take.
-    GLTexture rgba;
     ASSERT_EQ(rgba.Init(GL_RGBA, GL_UNSIGNED_BYTE, 32, 4, 1), 1);
-    GLTexture lum;
+    ASSERT_EQ(rgb.Init(GL_RGB, GL_UNSIGNED_BYTE, 32, 4, 1), 1);
+    // A buffer wrapped with a luminance format: a streaming texture that the
+    // writers do not take.
     ASSERT_EQ(
         lum.Init(rgba.GetGraphicBuffer()->getNativeBuffer(), GL_LUMINANCE, GL_UNSIGNED_BYTE, 32, 4),
         1);
-    EXPECT_EQ(lum.SaveBMP(tplPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(
-        log.HasExact(E, "GLTexture", "[SaveBMP] ERROR, only RGB or RGBA texture use this method"));
-
-    log.Clear();
-    EXPECT_EQ(rgba.SaveBMP("/data/test_gl_bmp_no_template.bmp", "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[SaveBMP] can't open fin"));
-    EXPECT_EQ(rgba.SaveBMP(tplPath.c_str(), "no_such_dir/x.bmp"), 0);
-    EXPECT_TRUE(
-        log.HasExact(E, "GLTexture", "[SaveBMP] can't open fout, No such file or directory"))
-        << log.Dump();
-    std::string notBmp = DataPath("not_a_bmp.bmp");
-    WriteFile(notBmp, Bytes(200, 'x'));
-    EXPECT_EQ(rgba.SaveBMP(notBmp.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[SaveBMP] not a BMP file"));
-    // A header whose pixel data would lie past the template's end.
-    Bytes lying = ReadFile(tplPath);
-    Put32(&lying, 10, 0xFFFFFF00u);
-    std::string lyingPath = DataPath("lying_tpl.bmp");
-    WriteFile(lyingPath, lying);
-    log.Clear();
-    EXPECT_EQ(rgba.SaveBMP(lyingPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLTexture", "[SaveBMP] not a BMP file")) << log.Dump();
-    GLFbo fbo;
+    GLFbo fbo, empty;
     ASSERT_EQ(fbo.Init(), 1);
+    ASSERT_EQ(empty.Init(), 1);
     ASSERT_EQ(fbo.SetColorAttachment(&rgba), 1);
-    EXPECT_EQ(fbo.SaveBMP(lyingPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLFbo", "[SaveBMP] not a BMP file")) << log.Dump();
-    EXPECT_LT(ReadFile("/data/test_gl_bmp_x.bmp").size(), 4096u);
 
-    // The grey writer reads 4 bytes a texel: a 3-byte texture is refused.
-    GLTexture rgb;
-    ASSERT_EQ(rgb.Init(GL_RGB, GL_UNSIGNED_BYTE, 32, 4, 1), 1);
-    EXPECT_EQ(rgb.SaveBMP_yuvx(tplPath.c_str(), "test_gl_bmp_x.bmp"), 0);
-    EXPECT_TRUE(
-        log.HasExact(E, "GLTexture", "[SaveBMP_yuvx] ERROR, only 32-bit texture use this method"));
+    enum { TEX, YUVX, FBO };
+    const char* out = "test_gl_bmp_x.bmp";
+    const struct {
+        int writer;
+        GLTexture* tex;
+        std::string tpl;
+        const char* out;
+        std::string line;
+    } cases[] = {
+        {TEX, &normal, tplPath, out, "[SaveBMP] ERROR, only streaming texture use this method"},
+        {YUVX, &normal, tplPath, out,
+         "[SaveBMP_yuvx] ERROR, only streaming texture use this method"},
+        {TEX, &lum, tplPath, out, "[SaveBMP] ERROR, only RGB or RGBA texture use this method"},
+        // The grey writer reads 4 bytes a texel.
+        {YUVX, &rgb, tplPath, out, "[SaveBMP_yuvx] ERROR, only 32-bit texture use this method"},
+        {TEX, &rgba, DataPath("no_template.bmp"), out, "[SaveBMP] can't open fin"},
+        {TEX, &rgba, tplPath, "no_such_dir/x.bmp",
+         "[SaveBMP] can't open fout, No such file or directory"},
+        {TEX, &rgba, notBmp, out, "[SaveBMP] not a BMP file"},
+        {TEX, &rgba, lyingPath, out, "[SaveBMP] not a BMP file"},
+        {FBO, nullptr, lyingPath, out, "[SaveBMP] not a BMP file"},
+        {FBO, nullptr, tplPath, nullptr, "[SaveBMP] no texture attached"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.line);
+        GETestLog log;
+        int result = c.writer == TEX    ? c.tex->SaveBMP(c.tpl.c_str(), c.out)
+                     : c.writer == YUVX ? c.tex->SaveBMP_yuvx(c.tpl.c_str(), c.out)
+                     : c.out            ? fbo.SaveBMP(c.tpl.c_str(), c.out)
+                                        : empty.SaveBMP(c.tpl.c_str(), out);
+        EXPECT_EQ(result, 0);
+        EXPECT_TRUE(log.HasExact(E, c.writer == FBO ? "GLFbo" : "GLTexture", c.line)) << log.Dump();
+    }
+    EXPECT_LT(GETestReadFile(DataPath("x.bmp")).size(), 4096u);
 }
 
 TEST_F(BmpTest, SaveYuvxWritesTheFourthByteOfEachTexel) {
-    std::string tplPath = WriteTemplate("tpl.bmp", 0);
-    Bytes tpl = ReadFile(tplPath);
+    std::string tplPath = WriteTemplate(0);
+    Bytes tpl = GETestReadFile(tplPath);
     const int w = 20, h = 3;
     GLTexture tex;
     ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 1), 1);
     size_t n = (size_t)w * h * 4;
-    Bytes yuvx = Pattern(n, 61);
+    Bytes yuvx = GETestPattern(n, 61);
     memcpy(tex.GetSTDataBuf(), yuvx.data(), n);
 
     GETestLog log;
     ASSERT_EQ(tex.SaveBMP_yuvx(tplPath.c_str(), "test_gl_bmp_yuvx.bmp"), 1) << log.Dump();
-    char line[128];
-    snprintf(line, sizeof(line), "[SaveBMP_yuvx] m_pData=%p, 20x3", (void*)tex.GetSTDataBuf());
-    EXPECT_TRUE(log.HasExact(I, "GLTexture", line)) << log.Dump();
+    EXPECT_TRUE(log.HasExact(
+        I, "GLTexture", GETestFormat("[SaveBMP_yuvx] m_pData=%p, 20x3", (void*)tex.GetSTDataBuf())))
+        << log.Dump();
     EXPECT_EQ(STBytes(&tex, n), yuvx);  // left as it was
 
     Bytes grey;
     for (size_t i = 0; i < n; i += 4) {
         grey.push_back(yuvx[i + 3]);
     }
-    Bytes out = ReadFile("/data/test_gl_bmp_yuvx.bmp");
+    Bytes out = GETestReadFile("/data/test_gl_bmp_yuvx.bmp");
     // 60 pixel bytes at 54 end inside the 128 template bytes, whose tail stays.
     ASSERT_EQ(out.size(), 128u);
     ExpectHeader(out, tpl, 54, w, h, 8);
     EXPECT_EQ(Bytes(out.begin() + 54, out.begin() + 114), grey);
     EXPECT_EQ(Bytes(out.begin() + 114, out.end()), Bytes(tpl.begin() + 114, tpl.begin() + 128));
-
-    GLTexture back;
-    ASSERT_EQ(back.LoadBMP("/data/test_gl_bmp_yuvx.bmp", GL_LUMINANCE, GL_UNSIGNED_BYTE, 0), 1);
-    Bytes seen = SampleTexture(back.GetTexName(), w, h, w, h);
-    for (int i = 0; i < w * h; ++i) {
-        ASSERT_EQ(seen[i * 4], grey[i]) << i;
-    }
 }
 
-TEST_F(BmpTest, FramebufferDumpRoundTrip) {
+TEST_F(BmpTest, FramebufferDump) {
     // The template's whole header, up to its pixel data at 70, is copied.
-    std::string tplPath = WriteTemplate("tpl70.bmp", 16);
-    Bytes tpl = ReadFile(tplPath);
+    std::string tplPath = WriteTemplate(16);
+    Bytes tpl = GETestReadFile(tplPath);
     const int w = 6, h = 3;
     GLTexture tex;
     ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 0), 1);
-    Bytes rgba = Pattern((size_t)w * h * 4, 71);
+    Bytes rgba = GETestPattern((size_t)w * h * 4, 71);
     ASSERT_EQ(tex.UpdateNormalTexture(rgba.data(), w, h), 1);
     GLFbo fbo;
     ASSERT_EQ(fbo.Init(), 1);
@@ -667,28 +412,15 @@ TEST_F(BmpTest, FramebufferDumpRoundTrip) {
     ASSERT_EQ(fbo.SaveBMP(tplPath.c_str(), "test_gl_bmp_fbo.bmp"), 1) << log.Dump();
     EXPECT_TRUE(log.HasExact(I, "GLFbo", "[SaveBMP] offset 70, w=6, h=3, bpp=32, size=72"))
         << log.Dump();
-    EXPECT_TRUE(log.HasExact(I, "GLFbo", "[SaveBMP] saving data"));
-    EXPECT_TRUE(log.HasExact(I, "GLFbo", "[SaveBMP] done"));
-
     // Red and blue swap; alpha is kept.
     Bytes bgra = rgba;
     for (size_t i = 0; i < bgra.size(); i += 4) {
         std::swap(bgra[i], bgra[i + 2]);
     }
-    Bytes out = ReadFile("/data/test_gl_bmp_fbo.bmp");
+    Bytes out = GETestReadFile("/data/test_gl_bmp_fbo.bmp");
     ASSERT_EQ(out.size(), 70 + bgra.size());
     ExpectHeader(out, tpl, 70, w, h, 32);
     EXPECT_EQ(Bytes(out.begin() + 70, out.end()), bgra);
-
-    GLTexture back;
-    ASSERT_EQ(back.LoadBMP("/data/test_gl_bmp_fbo.bmp", GL_RGBA, GL_UNSIGNED_BYTE, 1), 1);
-    EXPECT_EQ(STBytes(&back, bgra.size()), bgra);
-
-    GLFbo empty;
-    ASSERT_EQ(empty.Init(), 1);
-    log.Clear();
-    EXPECT_EQ(empty.SaveBMP(tplPath.c_str(), "test_gl_bmp_fbo.bmp"), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLFbo", "[SaveBMP] no texture attached"));
 }
 
 }  // namespace

@@ -1,32 +1,28 @@
-// GLFbo: creation, the binding behaviour of both attachment forms on complete
-// and incomplete framebuffers, detaching, and teardown.
+// GLFbo: the binding behaviour of both attachment forms on complete and
+// incomplete framebuffers, detaching, teardown, and rendering into a
+// streaming texture.
+#include "gl/GLFbo.h"
+
 #include <GLES2/gl2.h>
 #include <android/log.h>
 #include <gtest/gtest.h>
-#include <stdio.h>
+#include <string.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "GETestGL.h"
 #include "GETestLog.h"
-#include "gl/GLFbo.h"
 #include "gl/GLTexture.h"
 
 namespace {
 
-const int I = ANDROID_LOG_INFO;
 const int E = ANDROID_LOG_ERROR;
 
-GLuint BoundFbo() {
+GLuint Bound(GLenum binding) {
     GLint v = -1;
-    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &v);
-    return (GLuint)v;
-}
-
-GLuint BoundTexture() {
-    GLint v = -1;
-    glGetIntegerv(GL_TEXTURE_BINDING_2D, &v);
+    glGetIntegerv(binding, &v);
     return (GLuint)v;
 }
 
@@ -37,234 +33,162 @@ GLuint AttachedName() {
     return (GLuint)v;
 }
 
-// Another framebuffer, complete, bound by the caller's code.
-struct OtherFbo {
-    GLuint fbo = 0, tex = 0;
-    OtherFbo() {
-        glGenTextures(1, &tex);
-        glBindTexture(GL_TEXTURE_2D, tex);
-        glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 4, 4, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
-        glGenFramebuffers(1, &fbo);
-        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex, 0);
-        glBindTexture(GL_TEXTURE_2D, 0);
+class FboTest : public GLTest {
+protected:
+    void SetUp() override {
+        GLTest::SetUp();
+        m_pTex.reset(new GLTexture());
+        m_pFbo.reset(new GLFbo());
+        ASSERT_EQ(m_pTex->Init(GL_RGBA, GL_UNSIGNED_BYTE, 8, 4, 0), 1);
+        ASSERT_EQ(m_pFbo->Init(), 1);
+        ASSERT_NE(m_pFbo->GetFboName(), 0u);
     }
-    ~OtherFbo() {
-        glDeleteFramebuffers(1, &fbo);
-        glDeleteTextures(1, &tex);
+    void TearDown() override {
+        m_pFbo.reset();
+        m_pTex.reset();
+        GLTest::TearDown();
     }
+    std::unique_ptr<GLTexture> m_pTex;
+    std::unique_ptr<GLFbo> m_pFbo;
 };
 
-std::string Text(const char* fmt, unsigned n) {
-    char s[160];
-    snprintf(s, sizeof(s), fmt, n);
-    return s;
-}
-
-using FboTest = GLTest;
-
-TEST_F(FboTest, InitGeneratesAName) {
-    GETestLog log;
-    GLFbo fbo;
-    EXPECT_EQ(fbo.GetFboName(), 0u);
-    EXPECT_EQ(fbo.GetTexture(), nullptr);
-    EXPECT_EQ(fbo.Init(), 1);
-    EXPECT_NE(fbo.GetFboName(), 0u);
-    EXPECT_TRUE(log.HasExact(I, "GLFbo", Text("[Init] fbo %u created", fbo.GetFboName())))
-        << log.Dump();
-    EXPECT_EQ(fbo.Bind(), 1);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
-    log.Clear();
-    EXPECT_EQ(fbo.Unbind(), 1);
-    EXPECT_EQ(BoundFbo(), 0u);
-    std::vector<GETestLogLine> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 3u) << log.Dump();
-    EXPECT_EQ(lines[0].text, "[Unbind] enter");
-    EXPECT_EQ(lines[1].text, Text("[Unbind] Unbind fbo %u", fbo.GetFboName()));
-    EXPECT_EQ(lines[2].text, "[Unbind] leave");
-}
-
 TEST_F(FboTest, CompleteAttachmentKeepsTheCallersBinding) {
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, 8, 4, 0), 1);
-    GLFbo fbo;
-    ASSERT_EQ(fbo.Init(), 1);
-
-    // Another framebuffer bound: it is bound again afterwards.
-    OtherFbo other;
-    ASSERT_EQ(BoundFbo(), other.fbo);
+    GETestTarget other(4, 4);  // the caller's framebuffer, bound
     GETestLog log;
-    EXPECT_EQ(fbo.SetColorAttachment(GL_TEXTURE_2D, tex.GetTexName()), 1);
-    EXPECT_EQ(BoundFbo(), other.fbo);
-    EXPECT_EQ(BoundTexture(), tex.GetTexName());  // the texture binding is left changed
-    EXPECT_FALSE(log.Has(E, "GLFbo", "not complete")) << log.Dump();
-    EXPECT_EQ(fbo.GetTexture(), nullptr);  // the raw form remembers nothing
+    EXPECT_EQ(m_pFbo->SetColorAttachment(GL_TEXTURE_2D, m_pTex->GetTexName()), 1);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), other.Fbo());
+    EXPECT_EQ(Bound(GL_TEXTURE_BINDING_2D), m_pTex->GetTexName());  // left changed
+    EXPECT_EQ(m_pFbo->GetTexture(), nullptr);  // the raw form remembers nothing
+    EXPECT_EQ(log.Count("not complete"), 0) << log.Dump();
 
-    // The attachment is real: clearing through the framebuffer fills the texture.
-    fbo.Bind();
-    EXPECT_EQ(AttachedName(), tex.GetTexName());
-    glViewport(0, 0, 8, 4);
+    // The attachment is real: a clear through the framebuffer fills the texture.
+    ASSERT_EQ(m_pFbo->Bind(), 1);
+    EXPECT_EQ(AttachedName(), m_pTex->GetTexName());
     glClearColor(0.0f, 1.0f, 0.0f, 1.0f);
     glClear(GL_COLOR_BUFFER_BIT);
-    std::vector<unsigned char> px = GETestReadTexture(tex.GetTexName(), 8, 4);
+    std::vector<unsigned char> px = GETestReadTexture(m_pTex->GetTexName(), 8, 4);
+    const unsigned char green[4] = {0, 255, 0, 255};
     for (size_t i = 0; i < px.size(); i += 4) {
-        ASSERT_EQ(px[i + 0], 0);
-        ASSERT_EQ(px[i + 1], 255);
-        ASSERT_EQ(px[i + 2], 0);
-        ASSERT_EQ(px[i + 3], 255);
+        ASSERT_EQ(memcmp(&px[i], green, 4), 0) << i;
     }
 
-    // Framebuffer 0 bound: 0 again afterwards.
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
-    EXPECT_EQ(fbo.SetColorAttachment(&tex), 1);
-    EXPECT_EQ(BoundFbo(), 0u);
-    EXPECT_EQ(fbo.GetTexture(), &tex);
+    // Framebuffer 0 bound: 0 again afterwards; this one bound: it stays.
+    ASSERT_EQ(m_pFbo->Unbind(), 1);
+    EXPECT_EQ(m_pFbo->SetColorAttachment(m_pTex.get()), 1);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), 0u);
+    EXPECT_EQ(m_pFbo->GetTexture(), m_pTex.get());
+    m_pFbo->Bind();
+    EXPECT_EQ(m_pFbo->SetColorAttachment(m_pTex.get()), 1);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), m_pFbo->GetFboName());
 
-    // This framebuffer bound: it stays bound.
-    fbo.Bind();
-    EXPECT_EQ(fbo.SetColorAttachment(&tex), 1);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
+    // A null texture is refused and the remembered one kept.
+    EXPECT_EQ(m_pFbo->SetColorAttachment(nullptr), 0);
+    EXPECT_TRUE(log.HasExact(E, "GLFbo", "[GLFbo::SetColorAttachment] invalid pTexture"));
+    EXPECT_EQ(m_pFbo->GetTexture(), m_pTex.get());
 }
 
 TEST_F(FboTest, IncompleteAttachmentLeavesThisFramebufferBound) {
-    // Luminance is not colour-renderable.
-    GLTexture lum;
+    GLTexture lum;  // luminance is not colour-renderable
     ASSERT_EQ(lum.Init(GL_LUMINANCE, GL_UNSIGNED_BYTE, 8, 4, 0), 1);
-    GLFbo fbo;
-    ASSERT_EQ(fbo.Init(), 1);
-    OtherFbo other;
-
+    GETestTarget other(4, 4);
     GETestLog log;
-    EXPECT_EQ(fbo.SetColorAttachment(GL_TEXTURE_2D, lum.GetTexName()), 0);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
+    EXPECT_EQ(m_pFbo->SetColorAttachment(GL_TEXTURE_2D, lum.GetTexName()), 0);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), m_pFbo->GetFboName());
     GLenum status = glCheckFramebufferStatus(GL_FRAMEBUFFER);
     ASSERT_NE(status, (GLenum)GL_FRAMEBUFFER_COMPLETE);
-    EXPECT_TRUE(log.HasExact(
-        E, "GLFbo", Text("[GLFbo::SetColorAttachment] ERROR, FBO not complete, status %u", status)))
-        << log.Dump();
+    std::string line =
+        GETestFormat("[GLFbo::SetColorAttachment] ERROR, FBO not complete, status %u", status);
+    EXPECT_EQ(log.Texts(), std::vector<std::string>{line});
 
     // The GLTexture form returns 1 all the same, after the same line.
-    glBindFramebuffer(GL_FRAMEBUFFER, other.fbo);
+    other.Bind();
     log.Clear();
-    EXPECT_EQ(fbo.SetColorAttachment(&lum), 1);
-    EXPECT_EQ(fbo.GetTexture(), &lum);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
-    EXPECT_EQ(log.Count("ERROR, FBO not complete"), 1) << log.Dump();
-
-    // A complete attachment afterwards restores nothing: the caller's binding
-    // is now this framebuffer.
-    GLTexture rgba;
-    ASSERT_EQ(rgba.Init(GL_RGBA, GL_UNSIGNED_BYTE, 8, 4, 0), 1);
-    EXPECT_EQ(fbo.SetColorAttachment(&rgba), 1);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
-    EXPECT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), (GLenum)GL_FRAMEBUFFER_COMPLETE);
-}
-
-TEST_F(FboTest, NullTextureIsRefused) {
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, 4, 4, 0), 1);
-    GLFbo fbo;
-    ASSERT_EQ(fbo.Init(), 1);
-    ASSERT_EQ(fbo.SetColorAttachment(&tex), 1);
-    GETestLog log;
-    EXPECT_EQ(fbo.SetColorAttachment(nullptr), 0);
-    EXPECT_TRUE(log.HasExact(E, "GLFbo", "[GLFbo::SetColorAttachment] invalid pTexture"));
-    EXPECT_EQ(fbo.GetTexture(), &tex);
+    EXPECT_EQ(m_pFbo->SetColorAttachment(&lum), 1);
+    EXPECT_EQ(m_pFbo->GetTexture(), &lum);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), m_pFbo->GetFboName());
+    EXPECT_EQ(log.Texts(E), std::vector<std::string>{line});
 }
 
 TEST_F(FboTest, ResetDetachesAndKeepsThisFramebufferBound) {
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, 4, 4, 0), 1);
-    GLFbo fbo;
-    ASSERT_EQ(fbo.Init(), 1);
-    ASSERT_EQ(fbo.SetColorAttachment(&tex), 1);
-    OtherFbo other;
-    GETestLog log;
-    EXPECT_EQ(fbo.ResetColorAttachment(), 1);
-    EXPECT_EQ(BoundFbo(), fbo.GetFboName());
+    ASSERT_EQ(m_pFbo->SetColorAttachment(m_pTex.get()), 1);
+    GETestTarget other(4, 4);
+    EXPECT_EQ(m_pFbo->ResetColorAttachment(), 1);
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), m_pFbo->GetFboName());
     EXPECT_EQ(AttachedName(), 0u);
-    EXPECT_EQ(fbo.GetTexture(), nullptr);
-    EXPECT_TRUE(glIsTexture(tex.GetTexName()));
-    std::vector<GETestLogLine> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 3u) << log.Dump();
-    EXPECT_EQ(lines[0].text, "[ResetColorAttachment] enter");
-    EXPECT_EQ(lines[1].text,
-              Text("[ResetColorAttachment] attaching tex 0 to fbo %u", fbo.GetFboName()));
-    EXPECT_EQ(lines[2].text, "[ResetColorAttachment] leave");
+    EXPECT_EQ(m_pFbo->GetTexture(), nullptr);
+    EXPECT_TRUE(glIsTexture(m_pTex->GetTexName()));
 }
 
-TEST_F(FboTest, DeletionDetachesUnbindsAndSparesTheTexture) {
-    GLTexture tex;
-    ASSERT_EQ(tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, 4, 4, 0), 1);
+// Deletion detaches, unbinds and deletes, in this order, and spares the
+// texture; an uninitialised framebuffer makes no call at all.
+TEST_F(FboTest, Deletion) {
     GLFbo* fbo = new GLFbo();
     ASSERT_EQ(fbo->Init(), 1);
-    ASSERT_EQ(fbo->SetColorAttachment(&tex), 1);
+    ASSERT_EQ(fbo->SetColorAttachment(m_pTex.get()), 1);
     GLuint name = fbo->GetFboName();
-    ASSERT_TRUE(glIsFramebuffer(name));
-    OtherFbo other;
-
+    GETestTarget other(4, 4);
     GETestLog log;
     delete fbo;
     EXPECT_FALSE(glIsFramebuffer(name));
-    EXPECT_EQ(BoundFbo(), 0u);
-    EXPECT_TRUE(glIsTexture(tex.GetTexName()));
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), 0u);
+    EXPECT_TRUE(glIsTexture(m_pTex->GetTexName()));
     EXPECT_EQ(glGetError(), (GLenum)GL_NO_ERROR);
-    std::vector<std::string> texts;
-    for (const GETestLogLine& l : log.Lines()) {
-        texts.push_back(l.text);
-    }
     std::vector<std::string> expected = {
         "[~GLFbo] enter",
         "[ResetColorAttachment] enter",
-        Text("[ResetColorAttachment] attaching tex 0 to fbo %u", name),
+        GETestFormat("[ResetColorAttachment] attaching tex 0 to fbo %u", name),
         "[ResetColorAttachment] leave",
         "[Unbind] enter",
-        Text("[Unbind] Unbind fbo %u", name),
+        GETestFormat("[Unbind] Unbind fbo %u", name),
         "[Unbind] leave",
         "[~GLFbo] leave",
     };
-    EXPECT_EQ(texts, expected) << log.Dump();
-}
+    EXPECT_EQ(log.Texts(), expected);
 
-TEST_F(FboTest, DeletingAnUninitialisedFramebufferTouchesNothing) {
-    OtherFbo other;
-    GETestLog log;
-    GLFbo* fbo = new GLFbo();
-    delete fbo;
-    // No Bind, Reset or Unbind ran: the caller's framebuffer is still bound.
-    EXPECT_EQ(BoundFbo(), other.fbo);
-    EXPECT_TRUE(glIsFramebuffer(other.fbo));
+    other.Bind();
+    log.Clear();
+    delete new GLFbo();
+    EXPECT_EQ(Bound(GL_FRAMEBUFFER_BINDING), other.Fbo());
     EXPECT_EQ(glGetError(), (GLenum)GL_NO_ERROR);
-    std::vector<GETestLogLine> lines = log.Lines();
-    ASSERT_EQ(lines.size(), 2u) << log.Dump();
-    EXPECT_EQ(lines[0].text, "[~GLFbo] enter");
-    EXPECT_EQ(lines[1].text, "[~GLFbo] leave");
+    EXPECT_EQ(log.Texts(), (std::vector<std::string>{"[~GLFbo] enter", "[~GLFbo] leave"}));
 }
 
+// A render through the framebuffer into a streaming texture reaches its
+// buffer, at the buffer's stride, after the cache clean.
 TEST_F(FboTest, RendersIntoAStreamingTexture) {
+    const int w = 24, h = 6;
     GLTexture st;
-    ASSERT_EQ(st.Init(GL_RGBA, GL_UNSIGNED_BYTE, 32, 2, 1), 1);
-    GLFbo fbo;
-    ASSERT_EQ(fbo.Init(), 1);
-    ASSERT_EQ(fbo.SetColorAttachment(&st), 1);
-    fbo.Bind();
-    glViewport(0, 0, 32, 2);
-    glClearColor(1.0f, 0.0f, 1.0f, 0.0f);
-    glClear(GL_COLOR_BUFFER_BIT);
-    glFinish();
-    ASSERT_EQ(st.clean_buffer(), 1);
-    const unsigned char* data = st.GetSTDataBuf();
+    ASSERT_EQ(st.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 1), 1);
+    const int allocW = (int)st.GetAllocWidth();
+    const size_t pitch = (size_t)st.GetStride() * 4;
+    unsigned char* data = st.GetSTDataBuf();
     ASSERT_NE(data, nullptr);
-    for (int y = 0; y < 2; ++y) {
-        for (int x = 0; x < 32; ++x) {
-            const unsigned char* p = data + (size_t)y * st.GetStride() * 4 + x * 4;
-            ASSERT_EQ(p[0], 255);
-            ASSERT_EQ(p[1], 0);
-            ASSERT_EQ(p[2], 255);
-            ASSERT_EQ(p[3], 0);
+    memset(data, 0x5A, pitch * h);  // poison
+    ASSERT_EQ(st.clean_buffer(), 1);
+
+    ASSERT_EQ(m_pFbo->SetColorAttachment(&st), 1);
+    m_pFbo->Bind();
+    glViewport(0, 0, allocW, h);
+    glClearColor(10 / 255.0f, 20 / 255.0f, 30 / 255.0f, 40 / 255.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(3, 1, 5, 2);
+    glClearColor(1.0f, 128 / 255.0f, 0.0f, 1.0f);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glDisable(GL_SCISSOR_TEST);
+    glFinish();
+    m_pFbo->Unbind();
+
+    ASSERT_EQ(st.clean_buffer(), 1);
+    for (int y = 0; y < h; ++y) {
+        for (int x = 0; x < allocW; ++x) {
+            bool inside = x >= 3 && x < 8 && y >= 1 && y < 3;
+            const unsigned char want[4] = {
+                (unsigned char)(inside ? 255 : 10), (unsigned char)(inside ? 128 : 20),
+                (unsigned char)(inside ? 0 : 30), (unsigned char)(inside ? 255 : 40)};
+            ASSERT_EQ(memcmp(data + y * pitch + x * 4, want, 4), 0) << x << "," << y;
         }
     }
-    fbo.Unbind();
 }
 
 }  // namespace

@@ -2,31 +2,32 @@
 
 #include "gl/GECommon.h"
 
+const EGLint g_nGETestConfigAttribs[] = {EGL_SURFACE_TYPE,
+                                         EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
+                                         EGL_RED_SIZE,
+                                         5,
+                                         EGL_GREEN_SIZE,
+                                         6,
+                                         EGL_BLUE_SIZE,
+                                         5,
+                                         EGL_ALPHA_SIZE,
+                                         EGL_DONT_CARE,
+                                         EGL_DEPTH_SIZE,
+                                         16,
+                                         EGL_STENCIL_SIZE,
+                                         4,
+                                         EGL_RENDERABLE_TYPE,
+                                         EGL_OPENGL_ES2_BIT,
+                                         EGL_NONE};
+
 GETestEGL::GETestEGL() {
     m_display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
     if (m_display == EGL_NO_DISPLAY || !eglInitialize(m_display, nullptr, nullptr)) {
         return;
     }
-    const EGLint configAttribs[] = {EGL_SURFACE_TYPE,
-                                    EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
-                                    EGL_RED_SIZE,
-                                    5,
-                                    EGL_GREEN_SIZE,
-                                    6,
-                                    EGL_BLUE_SIZE,
-                                    5,
-                                    EGL_ALPHA_SIZE,
-                                    EGL_DONT_CARE,
-                                    EGL_DEPTH_SIZE,
-                                    16,
-                                    EGL_STENCIL_SIZE,
-                                    4,
-                                    EGL_RENDERABLE_TYPE,
-                                    EGL_OPENGL_ES2_BIT,
-                                    EGL_NONE};
     EGLConfig configs[10];
     EGLint n = 0;
-    if (!eglChooseConfig(m_display, configAttribs, configs, 10, &n) || n < 1) {
+    if (!eglChooseConfig(m_display, g_nGETestConfigAttribs, configs, 10, &n) || n < 1) {
         return;
     }
     const EGLint contextAttribs[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};
@@ -70,6 +71,57 @@ void GLTest::TearDown() {
     m_pEGL = nullptr;
 }
 
+GETestTarget::GETestTarget(int w, int h) : m_nW(w), m_nH(h), m_bOwnTex(true) {
+    glGenTextures(1, &m_nTex);
+    glBindTexture(GL_TEXTURE_2D, m_nTex);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    Attach();
+}
+
+GETestTarget::GETestTarget(GLuint tex, int w, int h) : m_nW(w), m_nH(h), m_nTex(tex) {
+    Attach();
+}
+
+void GETestTarget::Attach() {
+    glGenFramebuffers(1, &m_nFbo);
+    glBindFramebuffer(GL_FRAMEBUFFER, m_nFbo);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, m_nTex, 0);
+    m_bComplete = glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    glViewport(0, 0, m_nW, m_nH);
+}
+
+GETestTarget::~GETestTarget() {
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    glDeleteFramebuffers(1, &m_nFbo);
+    if (m_bOwnTex) {
+        glDeleteTextures(1, &m_nTex);
+    }
+}
+
+void GETestTarget::Bind() {
+    glBindFramebuffer(GL_FRAMEBUFFER, m_nFbo);
+    glViewport(0, 0, m_nW, m_nH);
+}
+
+void GETestTarget::Fill(float r, float g, float b, float a) {
+    Fill(0, 0, m_nW, m_nH, r, g, b, a);
+}
+
+void GETestTarget::Fill(int x, int y, int w, int h, float r, float g, float b, float a) {
+    Bind();
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(x, y, w, h);
+    glClearColor(r, g, b, a);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glDisable(GL_SCISSOR_TEST);
+}
+
+std::vector<unsigned char> GETestTarget::Read() {
+    glFinish();
+    return GETestReadTexture(m_nTex, m_nW, m_nH);
+}
+
 std::vector<unsigned char> GETestReadTexture(GLuint tex, int w, int h) {
     GLint oldFbo = 0;
     glGetIntegerv(GL_FRAMEBUFFER_BINDING, &oldFbo);
@@ -85,4 +137,69 @@ std::vector<unsigned char> GETestReadTexture(GLuint tex, int w, int h) {
     glBindFramebuffer(GL_FRAMEBUFFER, (GLuint)oldFbo);
     glDeleteFramebuffers(1, &fbo);
     return pixels;
+}
+
+namespace {
+
+GLuint Compile(GLenum type, const char* source) {
+    GLuint shader = glCreateShader(type);
+    glShaderSource(shader, 1, &source, nullptr);
+    glCompileShader(shader);
+    return shader;
+}
+
+}  // namespace
+
+std::vector<unsigned char> GETestSampleTexture(GLuint tex, int w, int h) {
+    static const char* kVs =
+        "attribute vec4 a_pos;\n"
+        "void main() { gl_Position = a_pos; }\n";
+    // Fragment (x + 0.5, y + 0.5) reads the centre of texel (x, y).
+    static const char* kFs =
+        "precision highp float;\n"
+        "uniform sampler2D s_tex;\n"
+        "uniform vec2 u_size;\n"
+        "void main() { gl_FragColor = texture2D(s_tex, gl_FragCoord.xy / u_size); }\n";
+    GLuint vs = Compile(GL_VERTEX_SHADER, kVs);
+    GLuint fs = Compile(GL_FRAGMENT_SHADER, kFs);
+    GLuint prog = glCreateProgram();
+    glAttachShader(prog, vs);
+    glAttachShader(prog, fs);
+    glBindAttribLocation(prog, 0, "a_pos");
+    glLinkProgram(prog);
+    glDeleteShader(vs);
+    glDeleteShader(fs);
+    GLint linked = 0;
+    glGetProgramiv(prog, GL_LINK_STATUS, &linked);
+    EXPECT_TRUE(linked);
+
+    std::vector<unsigned char> out;
+    {
+        GETestTarget target(w, h);
+        EXPECT_TRUE(target.Complete());
+        target.Fill(0.5f, 0.5f, 0.5f, 0.5f);  // poison: every pixel must be drawn
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, tex);
+        GLint minFilter = 0, magFilter = 0;
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &minFilter);
+        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &magFilter);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        glUseProgram(prog);
+        glUniform1i(glGetUniformLocation(prog, "s_tex"), 0);
+        glUniform2f(glGetUniformLocation(prog, "u_size"), (float)w, (float)h);
+        const GLfloat pos[] = {-1, -1, 1, -1, -1, 1, 1, 1};
+        glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, pos);
+        glEnableVertexAttribArray(0);
+        glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+        glDisableVertexAttribArray(0);
+        glUseProgram(0);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter);
+        glBindTexture(GL_TEXTURE_2D, 0);
+        out = target.Read();
+    }
+    glDeleteProgram(prog);
+    EXPECT_EQ(glGetError(), (GLenum)GL_NO_ERROR);
+    return out;
 }

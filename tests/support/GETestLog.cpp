@@ -1,6 +1,7 @@
 #include "GETestLog.h"
 
 #include <android/log.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -55,6 +56,16 @@ std::vector<GETestLogLine> GETestLog::Lines() const {
     return *s_pLines;
 }
 
+std::vector<std::string> GETestLog::Texts(int priority) const {
+    std::vector<std::string> out;
+    for (const GETestLogLine& l : Lines()) {
+        if (priority < 0 || l.priority == priority) {
+            out.push_back(l.text);
+        }
+    }
+    return out;
+}
+
 int GETestLog::Count(const std::string& text) const {
     int n = 0;
     for (const GETestLogLine& l : Lines()) {
@@ -97,4 +108,13 @@ std::string GETestLog::Dump() const {
 void GETestLog::SetMasks(const char* masks) {
     setenv("POSTEFFECT_LOG", masks, 1);
     GELogTag::ResetAll();
+}
+
+std::string GETestFormat(const char* fmt, ...) {
+    char buf[512];
+    va_list ap;
+    va_start(ap, fmt);
+    vsnprintf(buf, sizeof(buf), fmt, ap);
+    va_end(ap);
+    return buf;
 }

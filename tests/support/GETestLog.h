@@ -26,6 +26,8 @@ public:
     ~GETestLog();
 
     std::vector<GETestLogLine> Lines() const;
+    // The texts of the lines of `priority` (every line with -1), in order.
+    std::vector<std::string> Texts(int priority = -1) const;
     // Lines whose text contains `text`, any priority and tag.
     int Count(const std::string& text) const;
     // A line of `priority` under `tag` whose text contains `text`.
@@ -41,5 +43,8 @@ public:
     // marked unread so that they take the new value.
     static void SetMasks(const char* masks);
 };
+
+// printf into a std::string, for expected log lines.
+std::string GETestFormat(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 
 #endif

@@ -1,0 +1,100 @@
+// Byte buffers and files for tests: deterministic byte patterns, whole-file
+// reads and writes (device paths such as "/data/x" resolve on the host as the
+// library's own do), little-endian fields, and BMP files in the layout the
+// library reads.
+#ifndef POSTEFFECT_TESTS_GETESTFILE_H
+#define POSTEFFECT_TESTS_GETESTFILE_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#include <string>
+#include <vector>
+
+typedef std::vector<unsigned char> GETestBytes;
+
+// `n` pseudo-random bytes, the same for the same seed.
+inline GETestBytes GETestPattern(size_t n, unsigned seed) {
+    GETestBytes p(n);
+    unsigned s = seed * 2654435761u + 1;
+    for (size_t i = 0; i < n; ++i) {
+        s = s * 1103515245u + 12345u;
+        p[i] = (unsigned char)(s >> 16);
+    }
+    return p;
+}
+
+// Writes `bytes` as the whole file; false when it cannot.
+inline bool GETestWriteFile(const std::string& path, const GETestBytes& bytes) {
+    FILE* f = fopen(path.c_str(), "wb");
+    if (!f) {
+        return false;
+    }
+    bool ok = bytes.empty() || fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+    return fclose(f) == 0 && ok;
+}
+
+// The whole file; empty when it cannot be read.
+inline GETestBytes GETestReadFile(const std::string& path) {
+    GETestBytes out;
+    FILE* f = fopen(path.c_str(), "rb");
+    if (!f) {
+        return out;
+    }
+    unsigned char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) {
+        out.insert(out.end(), buf, buf + n);
+    }
+    fclose(f);
+    return out;
+}
+
+// Little-endian fields; Put32 grows the buffer when needed.
+inline void GETestPut32(GETestBytes* b, size_t at, uint32_t v) {
+    if (at + 4 > b->size()) {
+        b->resize(at + 4, 0);
+    }
+    for (int i = 0; i < 4; ++i) {
+        (*b)[at + i] = (unsigned char)(v >> (8 * i));
+    }
+}
+
+inline uint32_t GETestGet32(const GETestBytes& b, size_t at) {
+    return (uint32_t)b[at] | (uint32_t)b[at + 1] << 8 | (uint32_t)b[at + 2] << 16 |
+           (uint32_t)b[at + 3] << 24;
+}
+
+inline unsigned GETestGet16(const GETestBytes& b, size_t at) {
+    return (unsigned)b[at] | (unsigned)b[at + 1] << 8;
+}
+
+// An uncompressed BMP: the 54-byte header (width, height, bits per pixel,
+// pixel-data offset 54 + gap, recognisable reserved and resolution fields),
+// `gap` marker bytes 0xC0, 0xC1, ..., then `pixels` as they stand.
+inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETestBytes& pixels,
+                                 size_t gap = 0) {
+    GETestBytes b(54 + gap, 0);
+    b[0] = 'B';
+    b[1] = 'M';
+    GETestPut32(&b, 2, (uint32_t)(54 + gap + pixels.size()));
+    GETestPut32(&b, 6, 0x4C504D54);  // "TMPL"
+    GETestPut32(&b, 10, (uint32_t)(54 + gap));
+    GETestPut32(&b, 14, 40);
+    GETestPut32(&b, 18, (uint32_t)w);
+    GETestPut32(&b, 22, (uint32_t)h);
+    b[26] = 1;
+    b[28] = (unsigned char)bits;
+    b[29] = (unsigned char)(bits >> 8);
+    GETestPut32(&b, 34, (uint32_t)pixels.size());
+    GETestPut32(&b, 38, 2835);
+    GETestPut32(&b, 42, 2835);
+    for (size_t i = 0; i < gap; ++i) {
+        b[54 + i] = (unsigned char)(0xC0 + i);
+    }
+    b.insert(b.end(), pixels.begin(), pixels.end());
+    return b;
+}
+
+#endif
