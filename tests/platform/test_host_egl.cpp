@@ -4,6 +4,7 @@
 #include <EGL/eglext.h>
 #include <GLES2/gl2.h>
 #include <GLES2/gl2ext.h>
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <host/GEHostPlatform.h>
 #include <stdlib.h>
@@ -23,40 +24,21 @@ using android::sp;
 namespace {
 
 bool HasWord(const char* list, const char* word) {
-    if (list == nullptr) {
-        return false;
-    }
-    std::string padded = std::string(" ") + list + " ";
+    std::string padded = std::string(" ") + (list ? list : "") + " ";
     return padded.find(std::string(" ") + word + " ") != std::string::npos;
 }
 
-// The library's config request.
-const EGLint kConfigAttribs[] = {EGL_SURFACE_TYPE,
-                                 EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
-                                 EGL_RED_SIZE,
-                                 5,
-                                 EGL_GREEN_SIZE,
-                                 6,
-                                 EGL_BLUE_SIZE,
-                                 5,
-                                 EGL_ALPHA_SIZE,
-                                 EGL_DONT_CARE,
-                                 EGL_DEPTH_SIZE,
-                                 16,
-                                 EGL_STENCIL_SIZE,
-                                 4,
-                                 EGL_RENDERABLE_TYPE,
-                                 EGL_OPENGL_ES2_BIT,
-                                 EGL_NONE};
+bool HasSurfaceless() {
+    return HasWord(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), "EGL_MESA_platform_surfaceless");
+}
 
 TEST(HostEGL, ComesUpWithoutEnvironment) {
     unsetenv("EGL_PLATFORM");
     GETestEGL egl;
     ASSERT_TRUE(egl.Ok());
-    const char* clientExts = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-    if (HasWord(clientExts, "EGL_MESA_platform_surfaceless")) {
+    if (HasSurfaceless()) {
         EXPECT_STREQ("surfaceless", GEHostEGLPlatform());
-    } else if (HasWord(clientExts, "EGL_EXT_platform_device")) {
+    } else if (HasWord(eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS), "EGL_EXT_platform_device")) {
         EXPECT_STREQ("device", GEHostEGLPlatform());
     }
     const char* version = (const char*)glGetString(GL_VERSION);
@@ -66,8 +48,7 @@ TEST(HostEGL, ComesUpWithoutEnvironment) {
 }
 
 TEST(HostEGL, EGLPlatformInTheEnvironmentLeavesTheChoiceToEGL) {
-    const char* clientExts = eglQueryString(EGL_NO_DISPLAY, EGL_EXTENSIONS);
-    if (!HasWord(clientExts, "EGL_MESA_platform_surfaceless")) {
+    if (!HasSurfaceless()) {
         GTEST_SKIP() << "no Mesa surfaceless platform here";
     }
     setenv("EGL_PLATFORM", "surfaceless", 1);
@@ -81,11 +62,29 @@ TEST(HostEGL, EGLPlatformInTheEnvironmentLeavesTheChoiceToEGL) {
     EXPECT_STRNE("environment", GEHostEGLPlatform());
 }
 
+TEST(HostEGL, TerminateReleasesImages) {
+    sp<GraphicBuffer> gb = new GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGB_565, 0x130);
+    {
+        GETestEGL egl;
+        ASSERT_TRUE(egl.Ok());
+        ASSERT_NE(EGL_NO_IMAGE_KHR, HostMakeImage(gb.get()));
+        ASSERT_NE(EGL_NO_IMAGE_KHR, HostMakeImage(gb.get()));
+        EXPECT_EQ(3, gb->getStrongCount());
+    }
+    EXPECT_EQ(1, gb->getStrongCount());
+}
+
 class HostEGLDisplay : public GLTest {
 protected:
+    void TearDown() override {
+        EXPECT_EQ((GLenum)GL_NO_ERROR, glGetError());
+        GLTest::TearDown();
+    }
     EGLDisplay Dpy() { return eglGetCurrentDisplay(); }
 };
 
+// Surface types no config offers are dropped from the request: the worker's
+// window-or-pbuffer request finds pbuffer configs.
 TEST_F(HostEGLDisplay, ConfigRequestKeepsOnlyOfferedSurfaceTypes) {
     EGLint total = 0;
     ASSERT_TRUE(eglGetConfigs(Dpy(), nullptr, 0, &total));
@@ -97,28 +96,25 @@ TEST_F(HostEGLDisplay, ConfigRequestKeepsOnlyOfferedSurfaceTypes) {
         eglGetConfigAttrib(Dpy(), c, EGL_SURFACE_TYPE, &bits);
         offered |= bits;
     }
-
+    if (strcmp(GEHostEGLPlatform(), "surfaceless") == 0) {
+        EXPECT_EQ(0, offered & EGL_WINDOW_BIT) << "surfaceless offers pbuffers only";
+    }
     EGLConfig configs[10];
     EGLint n = 0;
-    ASSERT_TRUE(eglChooseConfig(Dpy(), kConfigAttribs, configs, 10, &n));
+    ASSERT_TRUE(eglChooseConfig(Dpy(), g_nGETestConfigAttribs, configs, 10, &n));
     ASSERT_GE(n, 1);
     for (EGLint i = 0; i < n; ++i) {
-        EGLint bits = 0;
-        EGLint red = 0;
-        EGLint renderable = 0;
+        EGLint bits = 0, red = 0, renderable = 0;
         eglGetConfigAttrib(Dpy(), configs[i], EGL_SURFACE_TYPE, &bits);
         eglGetConfigAttrib(Dpy(), configs[i], EGL_RED_SIZE, &red);
         eglGetConfigAttrib(Dpy(), configs[i], EGL_RENDERABLE_TYPE, &renderable);
-        EXPECT_EQ((EGLint)EGL_PBUFFER_BIT, bits & EGL_PBUFFER_BIT);
+        EXPECT_TRUE(bits & EGL_PBUFFER_BIT);
         EXPECT_EQ(bits & (EGL_WINDOW_BIT | EGL_PBUFFER_BIT),
                   offered & bits & (EGL_WINDOW_BIT | EGL_PBUFFER_BIT));
         EXPECT_GE(red, 5);
         EXPECT_TRUE(renderable & EGL_OPENGL_ES2_BIT);
     }
-    if (strcmp(GEHostEGLPlatform(), "surfaceless") == 0) {
-        EXPECT_EQ(0, offered & EGL_WINDOW_BIT) << "surfaceless offers pbuffers only";
-    }
-    // A config with no surface-type request, or none at all, passes through.
+    // No surface-type request, or no list at all, passes through.
     const EGLint dontCare[] = {EGL_SURFACE_TYPE, EGL_DONT_CARE, EGL_NONE};
     EXPECT_TRUE(eglChooseConfig(Dpy(), dontCare, configs, 10, &n));
     EXPECT_GE(n, 1);
@@ -126,46 +122,47 @@ TEST_F(HostEGLDisplay, ConfigRequestKeepsOnlyOfferedSurfaceTypes) {
     EXPECT_GE(n, 1);
 }
 
-TEST_F(HostEGLDisplay, NativeBufferImageRefusals) {
+TEST_F(HostEGLDisplay, NativeBufferImages) {
     sp<GraphicBuffer> gb = new GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGBA_8888, 0x130);
     EGLClientBuffer native = (EGLClientBuffer)gb->getNativeBuffer();
-    const EGLint good[] = {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_NONE};
-    const EGLint bad[] = {EGL_WIDTH, 4, EGL_NONE};
-    eglGetError();
-    GETestLog log;
-
-    // Not a host graphics buffer.
-    ANativeWindowBuffer stranger;
+    ANativeWindowBuffer stranger;  // not a host graphics buffer
     memset(&stranger, 0, sizeof(stranger));
     stranger.common.magic = (int)ANDROID_NATIVE_BUFFER_MAGIC;
-    EXPECT_EQ(EGL_NO_IMAGE_KHR, eglCreateImageKHR(Dpy(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
-                                                  (EGLClientBuffer)&stranger, good));
-    EXPECT_EQ(EGL_BAD_PARAMETER, eglGetError());
-    EXPECT_TRUE(log.Has(6, "GEHostEGL", "is not a host graphics buffer")) << log.Dump();
-    EXPECT_EQ(EGL_NO_IMAGE_KHR,
-              eglCreateImageKHR(Dpy(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID, nullptr, good));
-    EXPECT_EQ(EGL_BAD_PARAMETER, eglGetError());
-    // A context given with a native buffer.
-    EXPECT_EQ(EGL_NO_IMAGE_KHR, eglCreateImageKHR(Dpy(), eglGetCurrentContext(),
-                                                  EGL_NATIVE_BUFFER_ANDROID, native, good));
-    EXPECT_EQ(EGL_BAD_CONTEXT, eglGetError());
-    // An attribute other than EGL_IMAGE_PRESERVED_KHR.
-    EXPECT_EQ(EGL_NO_IMAGE_KHR,
-              eglCreateImageKHR(Dpy(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID, native, bad));
-    EXPECT_EQ(EGL_BAD_PARAMETER, eglGetError());
-    // No display.
-    EXPECT_EQ(EGL_NO_IMAGE_KHR, eglCreateImageKHR(EGL_NO_DISPLAY, EGL_NO_CONTEXT,
-                                                  EGL_NATIVE_BUFFER_ANDROID, native, good));
-    EXPECT_EQ(EGL_BAD_DISPLAY, eglGetError());
+    const EGLint good[] = {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_NONE};
+    const EGLint bad[] = {EGL_WIDTH, 4, EGL_NONE};
+    const struct {
+        EGLDisplay dpy;
+        EGLContext ctx;
+        EGLClientBuffer buffer;
+        const EGLint* attribs;
+        EGLint error;
+    } cases[] = {
+        {Dpy(), EGL_NO_CONTEXT, (EGLClientBuffer)&stranger, good, EGL_BAD_PARAMETER},
+        {Dpy(), EGL_NO_CONTEXT, nullptr, good, EGL_BAD_PARAMETER},
+        {Dpy(), eglGetCurrentContext(), native, good, EGL_BAD_CONTEXT},
+        {Dpy(), EGL_NO_CONTEXT, native, bad, EGL_BAD_PARAMETER},
+        {EGL_NO_DISPLAY, EGL_NO_CONTEXT, native, good, EGL_BAD_DISPLAY},
+    };
+    eglGetError();
+    GETestLog log;
+    for (const auto& c : cases) {
+        EXPECT_EQ(EGL_NO_IMAGE_KHR,
+                  eglCreateImageKHR(c.dpy, c.ctx, EGL_NATIVE_BUFFER_ANDROID, c.buffer, c.attribs));
+        EXPECT_EQ(c.error, eglGetError());
+    }
+    EXPECT_TRUE(log.Has(ANDROID_LOG_ERROR, "GEHostEGL", "is not a host graphics buffer"))
+        << log.Dump();
     EXPECT_EQ(1, gb->getStrongCount()) << "a refused image holds no reference";
 
-    // Without attributes the image is made; destroying it twice fails the
-    // second time.
+    // Without attributes the image is made and holds a reference until it
+    // is destroyed; destroying it twice fails the second time.
     EGLImageKHR image =
         eglCreateImageKHR(Dpy(), EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID, native, nullptr);
     ASSERT_NE(EGL_NO_IMAGE_KHR, image);
     EXPECT_EQ(EGL_SUCCESS, eglGetError());
+    EXPECT_EQ(2, gb->getStrongCount());
     EXPECT_TRUE(eglDestroyImageKHR(Dpy(), image));
+    EXPECT_EQ(1, gb->getStrongCount());
     EXPECT_FALSE(eglDestroyImageKHR(Dpy(), image));
     EXPECT_NE(EGL_SUCCESS, eglGetError());
 }
@@ -183,18 +180,13 @@ TEST_F(HostEGLDisplay, YUVBufferMakesAnImageButNoTexture) {
     EXPECT_EQ((GLenum)GL_INVALID_OPERATION, glGetError());
     glEGLImageTargetTexture2DOES((GLenum)0xFFFFFFFF, image);
     EXPECT_EQ((GLenum)GL_INVALID_ENUM, glGetError());
-    // The texture got no storage: it cannot back a framebuffer.
-    GLuint fbo = 0;
-    glGenFramebuffers(1, &fbo);
-    glBindFramebuffer(GL_FRAMEBUFFER, fbo);
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, tex, 0);
-    EXPECT_NE((GLenum)GL_FRAMEBUFFER_COMPLETE, glCheckFramebufferStatus(GL_FRAMEBUFFER));
-    glBindFramebuffer(GL_FRAMEBUFFER, 0);
-    glDeleteFramebuffers(1, &fbo);
+    {
+        GETestTarget target(tex, 8, 4);  // the texture got no storage
+        EXPECT_FALSE(target.Complete());
+    }
     EXPECT_EQ(0, HostClean(gb.get()));
     EXPECT_TRUE(eglDestroyImageKHR(Dpy(), image));
     glDeleteTextures(1, &tex);
-    EXPECT_EQ((GLenum)GL_NO_ERROR, glGetError());
 }
 
 TEST_F(HostEGLDisplay, OtherImageTargetsPassThroughToEGL) {
@@ -225,19 +217,6 @@ TEST_F(HostEGLDisplay, OtherImageTargetsPassThroughToEGL) {
     EXPECT_TRUE(eglDestroyImageKHR(Dpy(), image));
     GLuint textures[] = {source, sibling};
     glDeleteTextures(2, textures);
-    EXPECT_EQ((GLenum)GL_NO_ERROR, glGetError());
-}
-
-TEST(HostEGL, TerminateReleasesImages) {
-    sp<GraphicBuffer> gb = new GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGB_565, 0x130);
-    {
-        GETestEGL egl;
-        ASSERT_TRUE(egl.Ok());
-        ASSERT_NE(EGL_NO_IMAGE_KHR, HostMakeImage(gb.get()));
-        ASSERT_NE(EGL_NO_IMAGE_KHR, HostMakeImage(gb.get()));
-        EXPECT_EQ(3, gb->getStrongCount());
-    }
-    EXPECT_EQ(1, gb->getStrongCount());
 }
 
 }  // namespace
