@@ -49,6 +49,25 @@ std::string Ms(double ms) {
     return buf;
 }
 
+std::string SizeText(int nWidth, int nHeight) {
+    return std::to_string(nWidth) + "x" + std::to_string(nHeight);
+}
+
+// A contact-sheet cell: thumbnails of a preview frame and of a capture, when
+// there is one.
+ContactCell Cell(const std::string& label, const NV21Frame& preview, const NV21Frame* pCapture) {
+    ContactCell cell;
+    cell.m_strLabel = label;
+    for (const NV21Frame* pFrame : {&preview, pCapture}) {
+        if (pFrame) {
+            RGBImage rgb;
+            Nv21ToRgb(*pFrame, &rgb);
+            cell.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
+        }
+    }
+    return cell;
+}
+
 // Writes a frame as a picture (by extension) or, for .nv21 / .yuv, as raw
 // NV21 bytes.
 bool WriteFrame(const std::string& path, const NV21Frame& frame, std::string* pErr) {
@@ -58,6 +77,28 @@ bool WriteFrame(const std::string& path, const NV21Frame& frame, std::string* pE
     RGBImage rgb;
     Nv21ToRgb(frame, &rgb);
     return WriteImage(path, rgb, pErr);
+}
+
+// Writes one of an effect's results (szKind "preview" or "capture"): the
+// picture, or explicitPath when given, and with --raw the raw frame. Names
+// each file written on out, a failure on err.
+bool WriteResult(const ToolOptions& opts, const std::string& slug, const char* szKind,
+                 const NV21Frame& frame, const std::string& explicitPath, FILE* out, FILE* err) {
+    const std::string stem = Join(opts.m_strOutDir, "posteffect-" + slug + "-" + szKind);
+    std::vector<std::string> paths = {explicitPath.empty() ? stem + "." + opts.m_strFormat
+                                                           : explicitPath};
+    if (opts.m_bRaw) {
+        paths.push_back(stem + "-" + SizeText(frame.m_nWidth, frame.m_nHeight) + ".nv21");
+    }
+    for (const std::string& path : paths) {
+        std::string msg;
+        if (!WriteFrame(path, frame, &msg)) {
+            fprintf(err, "posteffect: %s\n", msg.c_str());
+            return false;
+        }
+        fprintf(out, "  wrote %s\n", path.c_str());
+    }
+    return true;
 }
 
 struct Scene {
@@ -161,23 +202,13 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
             BaseName(input).c_str(), scene.rgb.m_nWidth, scene.rgb.m_nHeight, opts.m_nPreviewWidth,
             opts.m_nPreviewHeight, opts.m_nFrames,
             opts.m_bNoCapture ? "none"
-                              : (std::to_string(scene.capture.m_nWidth) + "x" +
-                                 std::to_string(scene.capture.m_nHeight))
-                                    .c_str());
+                              : SizeText(scene.capture.m_nWidth, scene.capture.m_nHeight).c_str());
     fprintf(out, "%-24s %13s %13s %13s\n", "effect", "first frame", "per frame", "capture");
 
     std::vector<ContactCell> cells;
     if (bContact) {
-        ContactCell original;
-        original.m_strLabel = "Original";
-        RGBImage rgb;
-        Nv21ToRgb(scene.preview, &rgb);
-        original.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
-        if (!opts.m_bNoCapture) {
-            Nv21ToRgb(scene.capture, &rgb);
-            original.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
-        }
-        cells.push_back(std::move(original));
+        cells.push_back(
+            Cell("Original", scene.preview, opts.m_bNoCapture ? nullptr : &scene.capture));
     }
 
     // The pass-through of effect 0 first, for the baseline of the table.
@@ -221,66 +252,26 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
             ++nFailed;
         }
         const bool bCapture = !opts.m_bNoCapture && !result.m_capture.m_vData.empty();
-        if (bFiles) {
-            const std::string slug = EffectSlug(effect);
-            std::vector<std::pair<std::string, const NV21Frame*>> files;
-            files.emplace_back(
-                opts.m_strPreviewOut.empty()
-                    ? Join(opts.m_strOutDir, "posteffect-" + slug + "-preview." + opts.m_strFormat)
-                    : opts.m_strPreviewOut,
-                &result.m_preview);
-            if (bCapture) {
-                files.emplace_back(opts.m_strCaptureOut.empty()
-                                       ? Join(opts.m_strOutDir,
-                                              "posteffect-" + slug + "-capture." + opts.m_strFormat)
-                                       : opts.m_strCaptureOut,
-                                   &result.m_capture);
-            }
-            if (opts.m_bRaw) {
-                const NV21Frame& p = result.m_preview;
-                files.emplace_back(
-                    Join(opts.m_strOutDir, "posteffect-" + slug + "-preview-" +
-                                               std::to_string(p.m_nWidth) + "x" +
-                                               std::to_string(p.m_nHeight) + ".nv21"),
-                    &p);
-                if (bCapture) {
-                    const NV21Frame& c = result.m_capture;
-                    files.emplace_back(
-                        Join(opts.m_strOutDir, "posteffect-" + slug + "-capture-" +
-                                                   std::to_string(c.m_nWidth) + "x" +
-                                                   std::to_string(c.m_nHeight) + ".nv21"),
-                        &c);
-                }
-            }
-            for (const auto& f : files) {
-                if (!WriteFrame(f.first, *f.second, &msg)) {
-                    fprintf(err, "posteffect: %s\n", msg.c_str());
-                    return 1;
-                }
-                fprintf(out, "  wrote %s\n", f.first.c_str());
-            }
+        const std::string slug = EffectSlug(effect);
+        if (bFiles && !(WriteResult(opts, slug, "preview", result.m_preview, opts.m_strPreviewOut,
+                                    out, err) &&
+                        (!bCapture || WriteResult(opts, slug, "capture", result.m_capture,
+                                                  opts.m_strCaptureOut, out, err)))) {
+            return 1;
         }
         if (bContact) {
-            ContactCell cell;
-            cell.m_strLabel = Label(effect);
-            RGBImage rgb;
-            Nv21ToRgb(result.m_preview, &rgb);
-            cell.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
-            if (bCapture) {
-                Nv21ToRgb(result.m_capture, &rgb);
-                cell.m_vPictures.push_back(Thumbnail(rgb, kThumbHeight));
-            }
-            cells.push_back(std::move(cell));
+            cells.push_back(
+                Cell(Label(effect), result.m_preview, bCapture ? &result.m_capture : nullptr));
         }
     }
     if (bContact) {
         RGBImage sheet;
         const std::string title =
             "posteffect - " + BaseName(input) + " - preview " +
-            std::to_string(opts.m_nPreviewWidth) + "x" + std::to_string(opts.m_nPreviewHeight) +
-            (opts.m_bNoCapture ? std::string()
-                               : ", capture " + std::to_string(scene.capture.m_nWidth) + "x" +
-                                     std::to_string(scene.capture.m_nHeight));
+            SizeText(opts.m_nPreviewWidth, opts.m_nPreviewHeight) +
+            (opts.m_bNoCapture
+                 ? std::string()
+                 : ", capture " + SizeText(scene.capture.m_nWidth, scene.capture.m_nHeight));
         MakeContactSheet(title, cells, std::min(kSheetColumns, int(cells.size())), &sheet);
         const std::string path = Join(opts.m_strOutDir, "posteffect-contact.png");
         if (!WriteImage(path, sheet, &msg)) {

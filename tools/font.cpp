@@ -2,6 +2,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace {
 
 struct Glyph {
@@ -119,6 +121,15 @@ bool Bit(const Glyph& g, int x, int y) {
     return g.szRows[y][x] == '#';
 }
 
+// Paints the n x n square at (x, y), clipped to the picture.
+void FillSquare(RGBImage* pImage, int x, int y, int n, const uint8_t colour[3]) {
+    for (int py = std::max(y, 0); py < std::min(y + n, pImage->m_nHeight); ++py) {
+        for (int px = std::max(x, 0); px < std::min(x + n, pImage->m_nWidth); ++px) {
+            memcpy(pImage->Pixel(px, py), colour, 3);
+        }
+    }
+}
+
 }  // namespace
 
 bool HasGlyph(char c) {
@@ -144,26 +155,11 @@ int TextHeight(int nScale) {
 void DrawText(RGBImage* pImage, int x, int y, const std::string& text, int nScale,
               const uint8_t colour[3]) {
     for (size_t i = 0; i < text.size(); ++i) {
-        const Glyph* g = Find(text[i]);
-        const Glyph& glyph = g ? *g : kMissing;
         const int gx = x + int(i) * kGlyphAdvance * nScale;
         for (int row = 0; row < kGlyphHeight; ++row) {
             for (int col = 0; col < kGlyphWidth; ++col) {
-                if (!Bit(glyph, col, row)) {
-                    continue;
-                }
-                for (int dy = 0; dy < nScale; ++dy) {
-                    const int py = y + row * nScale + dy;
-                    if (py < 0 || py >= pImage->m_nHeight) {
-                        continue;
-                    }
-                    for (int dx = 0; dx < nScale; ++dx) {
-                        const int px = gx + col * nScale + dx;
-                        if (px < 0 || px >= pImage->m_nWidth) {
-                            continue;
-                        }
-                        memcpy(pImage->Pixel(px, py), colour, 3);
-                    }
+                if (GlyphBit(text[i], col, row)) {
+                    FillSquare(pImage, gx + col * nScale, y + row * nScale, nScale, colour);
                 }
             }
         }

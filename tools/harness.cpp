@@ -28,6 +28,73 @@ void AddNote(RunResult* pResult, const std::string& note) {
     pResult->m_strNote += note;
 }
 
+// The preview frames, each copied into the next slot of the heap as the
+// camera does and handed over; setCrop after the first. False when the first
+// frame did not come up.
+bool RunPreview(IPostEffect* pEffect, const RunConfig& config, const SharedBuffer& heap,
+                RunResult* pResult) {
+    const NV21Frame& preview = *config.m_pPreview;
+    const size_t nBytes = preview.m_vData.size();
+    const int nFrames = config.m_nFrames < 1 ? 1 : config.m_nFrames;
+    double dLaterMs = 0;
+    int nOffset = 0;
+    for (int i = 0; i < nFrames; ++i) {
+        nOffset = int(PageAlign(nBytes)) * (i % kPreviewSlots);
+        memcpy(heap.Base() + nOffset, preview.m_vData.data(), nBytes);
+        const double t0 = NowMs();
+        const int rc = pEffect->handlePreview(heap.Fd(), heap.Base(), nOffset);
+        const double dt = NowMs() - t0;
+        pResult->m_vPreviewResults.push_back(rc);
+        if (i > 0) {
+            dLaterMs += dt;
+            if (rc != 0) {
+                AddNote(pResult, "frame " + std::to_string(i + 1) + ": handlePreview returned " +
+                                     std::to_string(rc));
+            }
+            continue;
+        }
+        pResult->m_dFirstPreviewMs = dt;
+        if (rc != 0) {
+            AddNote(pResult,
+                    "preview did not come up (handlePreview returned " + std::to_string(rc) + ")");
+            return false;
+        }
+        if (config.m_bCrop) {
+            pResult->m_nCropResult = pEffect->setCrop(config.m_anCrop[0], config.m_anCrop[1],
+                                                      config.m_anCrop[2], config.m_anCrop[3]);
+        }
+    }
+    if (nFrames > 1) {
+        pResult->m_dPreviewMeanMs = dLaterMs / (nFrames - 1);
+    }
+    pResult->m_preview.Resize(preview.m_nWidth, preview.m_nHeight);
+    memcpy(pResult->m_preview.m_vData.data(), heap.Base() + nOffset, nBytes);
+    return true;
+}
+
+// The capture: luma at yOffset, chroma at uvOffset past it, handed over; the
+// result is what the plug-in left there.
+void RunCapture(IPostEffect* pEffect, const NV21Frame& capture, const SharedBuffer& heap,
+                RunResult* pResult) {
+    const int w = capture.m_nWidth;
+    const int h = capture.m_nHeight;
+    const size_t nLuma = size_t(w) * h;
+    const int nUVOffset = CaptureUVOffset(w, h);
+    uint8_t* pY = heap.Base() + kCaptureYOffset;
+    memcpy(pY, capture.Luma(), nLuma);
+    memcpy(pY + nUVOffset, capture.Chroma(), nLuma / 2);
+    const double t0 = NowMs();
+    pResult->m_nCaptureResult =
+        pEffect->handleCapture(w, h, heap.Fd(), heap.Base(), kCaptureYOffset, nUVOffset);
+    pResult->m_dCaptureMs = NowMs() - t0;
+    if (pResult->m_nCaptureResult != 0) {
+        AddNote(pResult, "handleCapture returned " + std::to_string(pResult->m_nCaptureResult));
+    }
+    pResult->m_capture.Resize(w, h);
+    memcpy(pResult->m_capture.Luma(), pY, nLuma);
+    memcpy(pResult->m_capture.Chroma(), pY + nUVOffset, nLuma / 2);
+}
+
 }  // namespace
 
 PostEffectLibrary::~PostEffectLibrary() {
@@ -118,25 +185,15 @@ void SharedBuffer::Free() {
 bool RunEffect(const PostEffectLibrary& lib, const RunConfig& config, RunResult* pResult,
                std::string* pErr) {
     *pResult = RunResult();
-    const NV21Frame& preview = *config.m_pPreview;
-    const size_t nFrameBytes = preview.m_vData.size();
-    const size_t nSlot = PageAlign(nFrameBytes);
+    const NV21Frame* pCapture = config.m_pCapture;
     SharedBuffer previewHeap;
-    if (!previewHeap.Alloc(nSlot * kPreviewSlots, "posteffect-preview", pErr)) {
+    SharedBuffer captureHeap;
+    if (!previewHeap.Alloc(PageAlign(config.m_pPreview->m_vData.size()) * kPreviewSlots,
+                           "posteffect-preview", pErr) ||
+        (pCapture && !captureHeap.Alloc(CaptureHeapBytes(pCapture->m_nWidth, pCapture->m_nHeight),
+                                        "posteffect-capture", pErr))) {
         return false;
     }
-    SharedBuffer captureHeap;
-    const NV21Frame* pCapture = config.m_pCapture;
-    int nUVOffset = 0;
-    if (pCapture) {
-        const size_t nLuma = size_t(pCapture->m_nWidth) * pCapture->m_nHeight;
-        nUVOffset = CaptureUVOffset(pCapture->m_nWidth, pCapture->m_nHeight);
-        if (!captureHeap.Alloc(size_t(kCaptureYOffset) + size_t(nUVOffset) + nLuma / 2,
-                               "posteffect-capture", pErr)) {
-            return false;
-        }
-    }
-
     IPostEffect* pEffect = lib.Create();
     if (!pEffect) {
         SetErr(pErr, "createPostEffect returned no object");
@@ -148,68 +205,11 @@ bool RunEffect(const PostEffectLibrary& lib, const RunConfig& config, RunResult*
     } else {
         pResult->m_nSetParametersResult =
             pEffect->setParameters(android::String8(config.m_strParams.c_str()));
-        pResult->m_nStartPreviewResult = pEffect->startPreview(preview.m_nWidth, preview.m_nHeight);
-        bool bUp = true;
-        double dLaterMs = 0;
-        const int nFrames = config.m_nFrames < 1 ? 1 : config.m_nFrames;
-        int nSlotLast = 0;
-        for (int i = 0; i < nFrames && bUp; ++i) {
-            // The camera fills a slot with a new frame and hands it over.
-            nSlotLast = i % kPreviewSlots;
-            const int nOffset = int(nSlot) * nSlotLast;
-            memcpy(previewHeap.Base() + nOffset, preview.m_vData.data(), nFrameBytes);
-            const double t0 = NowMs();
-            const int rc = pEffect->handlePreview(previewHeap.Fd(), previewHeap.Base(), nOffset);
-            const double dt = NowMs() - t0;
-            pResult->m_vPreviewResults.push_back(rc);
-            if (i == 0) {
-                pResult->m_dFirstPreviewMs = dt;
-                if (rc != 0) {
-                    bUp = false;
-                    AddNote(pResult, "preview did not come up (handlePreview returned " +
-                                         std::to_string(rc) + ")");
-                    break;
-                }
-                if (config.m_bCrop) {
-                    pResult->m_nCropResult =
-                        pEffect->setCrop(config.m_anCrop[0], config.m_anCrop[1], config.m_anCrop[2],
-                                         config.m_anCrop[3]);
-                }
-            } else {
-                dLaterMs += dt;
-                if (rc != 0) {
-                    AddNote(pResult, "frame " + std::to_string(i + 1) +
-                                         ": handlePreview returned " + std::to_string(rc));
-                }
-            }
-        }
-        if (bUp) {
-            if (nFrames > 1) {
-                pResult->m_dPreviewMeanMs = dLaterMs / (nFrames - 1);
-            }
-            pResult->m_preview.Resize(preview.m_nWidth, preview.m_nHeight);
-            memcpy(pResult->m_preview.m_vData.data(), previewHeap.Base() + nSlot * nSlotLast,
-                   nFrameBytes);
-            if (pCapture) {
-                const size_t nLuma = size_t(pCapture->m_nWidth) * pCapture->m_nHeight;
-                uint8_t* pY = captureHeap.Base() + kCaptureYOffset;
-                uint8_t* pUV = pY + nUVOffset;
-                memcpy(pY, pCapture->Luma(), nLuma);
-                memcpy(pUV, pCapture->Chroma(), nLuma / 2);
-                const double t0 = NowMs();
-                pResult->m_nCaptureResult = pEffect->handleCapture(
-                    pCapture->m_nWidth, pCapture->m_nHeight, captureHeap.Fd(), captureHeap.Base(),
-                    kCaptureYOffset, nUVOffset);
-                pResult->m_dCaptureMs = NowMs() - t0;
-                if (pResult->m_nCaptureResult != 0) {
-                    AddNote(pResult,
-                            "handleCapture returned " + std::to_string(pResult->m_nCaptureResult));
-                }
-                pResult->m_capture.Resize(pCapture->m_nWidth, pCapture->m_nHeight);
-                memcpy(pResult->m_capture.Luma(), pY, nLuma);
-                memcpy(pResult->m_capture.Chroma(), pUV, nLuma / 2);
-            }
-            pResult->m_bRan = true;
+        pResult->m_nStartPreviewResult =
+            pEffect->startPreview(config.m_pPreview->m_nWidth, config.m_pPreview->m_nHeight);
+        pResult->m_bRan = RunPreview(pEffect, config, previewHeap, pResult);
+        if (pResult->m_bRan && pCapture) {
+            RunCapture(pEffect, *pCapture, captureHeap, pResult);
         }
         pResult->m_nStopPreviewResult = pEffect->stopPreview();
     }

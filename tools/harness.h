@@ -21,7 +21,6 @@ public:
     ~PostEffectLibrary();
     bool Open(const std::string& path, std::string* pErr);
     void Close();
-    bool IsOpen() const { return m_pHandle != nullptr; }
     IPostEffect* Create() const;
     void Destroy(IPostEffect* pEffect) const;
 
@@ -69,14 +68,18 @@ inline size_t PageAlign(size_t n) {
 inline int CaptureUVOffset(int nWidth, int nHeight) {
     return int(PageAlign(size_t(nWidth) * nHeight));
 }
+inline size_t CaptureHeapBytes(int nWidth, int nHeight) {
+    return size_t(kCaptureYOffset) + size_t(CaptureUVOffset(nWidth, nHeight)) +
+           size_t(nWidth) * nHeight / 2;
+}
 
 struct RunConfig {
-    std::string m_strParams;         // the camera parameter string
-    const NV21Frame* m_pPreview;     // the scene as a preview frame
-    const NV21Frame* m_pCapture;     // the scene as a still capture; may be null
-    int m_nFrames = 5;               // preview frames, at least 1
-    bool m_bCrop = false;            // setCrop after the first preview frame
-    int m_anCrop[4] = {0, 0, 0, 0};  // x, y, w, h
+    std::string m_strParams;                // the camera parameter string
+    const NV21Frame* m_pPreview = nullptr;  // the scene as a preview frame
+    const NV21Frame* m_pCapture = nullptr;  // the scene as a still capture; may be null
+    int m_nFrames = 5;                      // preview frames, at least 1
+    bool m_bCrop = false;                   // setCrop after the first preview frame
+    int m_anCrop[4] = {0, 0, 0, 0};         // x, y, w, h
 };
 
 struct RunResult {

@@ -185,11 +185,16 @@ void JpegOnMessage(j_common_ptr cinfo, int nLevel) {
     }
 }
 
-bool DecodeJpegInto(const uint8_t* pData, size_t nSize, RGBImage* pImage,
-                    jpeg_decompress_struct* pInfo, JpegError* pError) {
-    pInfo->err = jpeg_std_error(&pError->mgr);
+jpeg_error_mgr* JpegErrorManager(JpegError* pError) {
+    jpeg_std_error(&pError->mgr);
     pError->mgr.error_exit = JpegOnError;
     pError->mgr.emit_message = JpegOnMessage;
+    return &pError->mgr;
+}
+
+bool DecodeJpegInto(const uint8_t* pData, size_t nSize, RGBImage* pImage,
+                    jpeg_decompress_struct* pInfo, JpegError* pError) {
+    pInfo->err = JpegErrorManager(pError);
     if (setjmp(pError->jump)) {
         jpeg_destroy_decompress(pInfo);
         return false;
@@ -231,9 +236,7 @@ bool DecodeJpegInto(const uint8_t* pData, size_t nSize, RGBImage* pImage,
 bool EncodeJpegInto(const RGBImage* pImage, int nQuality, std::vector<uint8_t>* pOut,
                     jpeg_compress_struct* pInfo, JpegError* pError, unsigned char** ppMem,
                     unsigned long* pnMem) {
-    pInfo->err = jpeg_std_error(&pError->mgr);
-    pError->mgr.error_exit = JpegOnError;
-    pError->mgr.emit_message = JpegOnMessage;
+    pInfo->err = JpegErrorManager(pError);
     if (setjmp(pError->jump)) {
         jpeg_destroy_compress(pInfo);
         return false;
@@ -270,6 +273,16 @@ bool HasSuffix(const std::string& s, const char* suffix) {
         if (c != suffix[i]) {
             return false;
         }
+    }
+    return true;
+}
+
+// Whether the picture has pixels behind its size; an error otherwise.
+bool HasPixels(const RGBImage& image, std::string* pErr) {
+    if (image.Empty() ||
+        image.m_vPixels.size() != size_t(image.m_nWidth) * size_t(image.m_nHeight) * 3) {
+        SetErr(pErr, "no picture to write");
+        return false;
     }
     return true;
 }
@@ -334,9 +347,7 @@ bool DecodeImage(const uint8_t* pData, size_t nSize, RGBImage* pImage, std::stri
 }
 
 bool EncodePng(const RGBImage& image, std::vector<uint8_t>* pOut, std::string* pErr) {
-    if (image.Empty() ||
-        image.m_vPixels.size() != size_t(image.m_nWidth) * size_t(image.m_nHeight) * 3) {
-        SetErr(pErr, "no picture to write");
+    if (!HasPixels(image, pErr)) {
         return false;
     }
     std::vector<uint8_t> out;
@@ -353,9 +364,7 @@ bool EncodePng(const RGBImage& image, std::vector<uint8_t>* pOut, std::string* p
 
 bool EncodeJpeg(const RGBImage& image, int nQuality, std::vector<uint8_t>* pOut,
                 std::string* pErr) {
-    if (image.Empty() ||
-        image.m_vPixels.size() != size_t(image.m_nWidth) * size_t(image.m_nHeight) * 3) {
-        SetErr(pErr, "no picture to write");
+    if (!HasPixels(image, pErr)) {
         return false;
     }
     if (image.m_nWidth > 65500 || image.m_nHeight > 65500) {

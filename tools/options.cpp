@@ -37,6 +37,12 @@ bool ParseInt(const std::string& text, int* pn) {
     return true;
 }
 
+// Decimal digits only (no sign, no blanks) that fit an int.
+bool ParseDigits(const std::string& text, int* pn) {
+    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos &&
+           ParseInt(text, pn);
+}
+
 std::vector<std::string> Split(const std::string& s, char sep) {
     std::vector<std::string> parts;
     size_t start = 0;
@@ -88,7 +94,7 @@ const EffectInfo* FindEffect(const std::string& name) {
         }
     }
     int n = 0;
-    if (ParseInt(name, &n) && name[0] != '+' && name[0] != '-' && name[0] != ' ') {
+    if (ParseDigits(name, &n)) {
         return n >= 0 && n < int(table.size()) ? &table[size_t(n)] : nullptr;
     }
     const std::string key = Canonical(name);
@@ -128,8 +134,8 @@ bool ParseSize(const std::string& text, int* pnWidth, int* pnHeight) {
         return false;
     }
     int w = 0, h = 0;
-    if (!ParseInt(text.substr(0, x), &w) || !ParseInt(text.substr(x + 1), &h) || w <= 0 || h <= 0 ||
-        text[0] == '+' || text[x + 1] == '+') {
+    if (!ParseDigits(text.substr(0, x), &w) || !ParseDigits(text.substr(x + 1), &h) || w <= 0 ||
+        h <= 0) {
         return false;
     }
     *pnWidth = w;
@@ -210,6 +216,33 @@ std::string ToolUsage() {
            "the capture, beside the pass-through time of effect 0.\n";
 }
 
+namespace {
+
+// A size option's value: WxH with the width a multiple of nWidthStep, the
+// height even, the width from nMinWidth, the height from nMinHeight, both up
+// to nMax.
+bool ParseSizeIn(const std::string& v, int nWidthStep, int nMinWidth, int nMinHeight, int nMax,
+                 int* pnWidth, int* pnHeight) {
+    return ParseSize(v, pnWidth, pnHeight) && *pnWidth % nWidthStep == 0 && !(*pnHeight & 1) &&
+           *pnWidth >= nMinWidth && *pnHeight >= nMinHeight && *pnWidth <= nMax &&
+           *pnHeight <= nMax;
+}
+
+bool TakesValue(const std::string& arg) {
+    static const char* const kValueOptions[] = {
+        "--effect", "--nv21",        "--preview",     "--capture", "--param0",
+        "--param1", "--params",      "--frames",      "--crop",    "--out",
+        "--format", "--preview-out", "--capture-out", "--lib",     "--log"};
+    for (const char* sz : kValueOptions) {
+        if (arg == sz) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
 ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::string* pErr) {
     ToolOptions o;
     bool bHaveInput = false;
@@ -219,103 +252,78 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
     };
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        auto value = [&](std::string* pValue) {
-            if (i + 1 >= argc) {
-                return false;
-            }
-            *pValue = argv[++i];
-            return true;
-        };
         std::string v;
+        if (TakesValue(arg)) {
+            if (i + 1 >= argc) {
+                return fail(arg + " needs a value");
+            }
+            v = argv[++i];
+        }
+        int an[4];
         if (arg == "-h" || arg == "--help") {
             return kParseHelp;
         } else if (arg == "--raw") {
             o.m_bRaw = true;
-        } else if (arg == "--contact") {
-            o.m_nContact = 1;
-        } else if (arg == "--no-contact") {
-            o.m_nContact = 0;
+        } else if (arg == "--contact" || arg == "--no-contact") {
+            o.m_nContact = arg == "--contact" ? 1 : 0;
         } else if (arg == "--no-capture") {
             o.m_bNoCapture = true;
-        } else if (arg == "--effect" || arg == "--nv21" || arg == "--preview" ||
-                   arg == "--capture" || arg == "--param0" || arg == "--param1" ||
-                   arg == "--params" || arg == "--frames" || arg == "--crop" || arg == "--out" ||
-                   arg == "--format" || arg == "--preview-out" || arg == "--capture-out" ||
-                   arg == "--lib" || arg == "--log") {
-            if (!value(&v)) {
-                return fail(arg + " needs a value");
+        } else if (arg == "--effect") {
+            for (const std::string& name : Split(v, ',')) {
+                const EffectInfo* e = FindEffect(name);
+                if (!e) {
+                    return fail("unknown effect \"" + name + "\"");
+                }
+                o.m_vEffects.push_back(e->m_nNumber);
             }
-            int an[4];
-            if (arg == "--effect") {
-                for (const std::string& name : Split(v, ',')) {
-                    const EffectInfo* e = FindEffect(name);
-                    if (!e) {
-                        return fail("unknown effect \"" + name + "\"");
-                    }
-                    o.m_vEffects.push_back(e->m_nNumber);
-                }
-            } else if (arg == "--nv21") {
-                if (!ParseSize(v, &o.m_nNv21Width, &o.m_nNv21Height) || (o.m_nNv21Width & 1) ||
-                    (o.m_nNv21Height & 1)) {
-                    return fail("--nv21 needs an even size WxH");
-                }
-                o.m_bNv21 = true;
-            } else if (arg == "--preview") {
-                if (!ParseSize(v, &o.m_nPreviewWidth, &o.m_nPreviewHeight) ||
-                    o.m_nPreviewWidth % 16 != 0 || (o.m_nPreviewHeight & 1) ||
-                    o.m_nPreviewWidth < 32 || o.m_nPreviewHeight < 32 || o.m_nPreviewWidth > 8192 ||
-                    o.m_nPreviewHeight > 8192) {
-                    return fail(
-                        "--preview needs WxH with the width a multiple of 16, the height even, "
-                        "both 32 to 8192");
-                }
-            } else if (arg == "--capture") {
-                if (!ParseSize(v, &o.m_nCaptureWidth, &o.m_nCaptureHeight) ||
-                    (o.m_nCaptureWidth & 1) || (o.m_nCaptureHeight & 1) || o.m_nCaptureWidth < 32 ||
-                    o.m_nCaptureHeight < 2 || o.m_nCaptureWidth > 16384 ||
-                    o.m_nCaptureHeight > 16384) {
-                    return fail("--capture needs an even WxH, at least 32x2, at most 16384x16384");
-                }
-            } else if (arg == "--param0" || arg == "--param1") {
-                if (!ParseFourInts(v, an)) {
-                    return fail(arg + " needs four integers a,b,c,d");
-                }
-                (arg == "--param0" ? o.m_bParam0 : o.m_bParam1) = true;
-                (arg == "--param0" ? o.m_strParam0 : o.m_strParam1) = v;
-            } else if (arg == "--params") {
-                o.m_bParams = true;
-                o.m_strParams = v;
-            } else if (arg == "--frames") {
-                int n = 0;
-                if (v.empty() || !isdigit(static_cast<unsigned char>(v[0])) || !ParseInt(v, &n) ||
-                    n < 1 || n > 10000) {
-                    return fail("--frames needs a number from 1 to 10000");
-                }
-                o.m_nFrames = n;
-            } else if (arg == "--crop") {
-                if (!ParseFourInts(v, o.m_anCrop)) {
-                    return fail("--crop needs four integers x,y,w,h");
-                }
-                o.m_bCrop = true;
-            } else if (arg == "--out") {
-                o.m_strOutDir = v;
-            } else if (arg == "--format") {
-                if (v == "png") {
-                    o.m_strFormat = "png";
-                } else if (v == "jpg" || v == "jpeg") {
-                    o.m_strFormat = "jpg";
-                } else {
-                    return fail("--format is png or jpg");
-                }
-            } else if (arg == "--preview-out") {
-                o.m_strPreviewOut = v;
-            } else if (arg == "--capture-out") {
-                o.m_strCaptureOut = v;
-            } else if (arg == "--lib") {
-                o.m_strLib = v;
-            } else if (arg == "--log") {
-                o.m_strLog = v;
+        } else if (arg == "--nv21") {
+            if (!ParseSizeIn(v, 2, 2, 2, 1 << 30, &o.m_nNv21Width, &o.m_nNv21Height)) {
+                return fail("--nv21 needs an even size WxH");
             }
+            o.m_bNv21 = true;
+        } else if (arg == "--preview") {
+            if (!ParseSizeIn(v, 16, 32, 32, 8192, &o.m_nPreviewWidth, &o.m_nPreviewHeight)) {
+                return fail(
+                    "--preview needs WxH with the width a multiple of 16, the height even, both "
+                    "32 to 8192");
+            }
+        } else if (arg == "--capture") {
+            if (!ParseSizeIn(v, 2, 32, 2, 16384, &o.m_nCaptureWidth, &o.m_nCaptureHeight)) {
+                return fail("--capture needs an even WxH, at least 32x2, at most 16384x16384");
+            }
+        } else if (arg == "--param0" || arg == "--param1") {
+            if (!ParseFourInts(v, an)) {
+                return fail(arg + " needs four integers a,b,c,d");
+            }
+            (arg == "--param0" ? o.m_bParam0 : o.m_bParam1) = true;
+            (arg == "--param0" ? o.m_strParam0 : o.m_strParam1) = v;
+        } else if (arg == "--params") {
+            o.m_bParams = true;
+            o.m_strParams = v;
+        } else if (arg == "--frames") {
+            if (!ParseDigits(v, &o.m_nFrames) || o.m_nFrames < 1 || o.m_nFrames > 10000) {
+                return fail("--frames needs a number from 1 to 10000");
+            }
+        } else if (arg == "--crop") {
+            if (!ParseFourInts(v, o.m_anCrop)) {
+                return fail("--crop needs four integers x,y,w,h");
+            }
+            o.m_bCrop = true;
+        } else if (arg == "--format") {
+            if (v != "png" && v != "jpg" && v != "jpeg") {
+                return fail("--format is png or jpg");
+            }
+            o.m_strFormat = v == "png" ? "png" : "jpg";
+        } else if (arg == "--out") {
+            o.m_strOutDir = v;
+        } else if (arg == "--preview-out") {
+            o.m_strPreviewOut = v;
+        } else if (arg == "--capture-out") {
+            o.m_strCaptureOut = v;
+        } else if (arg == "--lib") {
+            o.m_strLib = v;
+        } else if (arg == "--log") {
+            o.m_strLog = v;
         } else if (!arg.empty() && arg[0] == '-') {
             return fail("unknown option " + arg);
         } else if (bHaveInput) {

@@ -53,6 +53,15 @@ Taps MakeTaps(int nSrc, int nDst) {
     return t;
 }
 
+// The chroma of a colour (channels 0 to 255, not necessarily whole).
+uint8_t VOf(double r, double g, double b) {
+    return Clamp255(0.5 * r - 0.4186829 * g - 0.0813089 * b + 128.0);
+}
+
+uint8_t UOf(double r, double g, double b) {
+    return Clamp255(-0.168727 * r - 0.33126147 * g + 0.5 * b + 128.0);
+}
+
 }  // namespace
 
 void NV21Frame::Resize(int nWidth, int nHeight) {
@@ -66,10 +75,10 @@ void RgbToYvu(int r, int g, int b, uint8_t* pY, uint8_t* pV, uint8_t* pU) {
         *pY = Clamp255(0.299 * r + 0.587 * g + 0.114 * b);
     }
     if (pV) {
-        *pV = Clamp255(0.5 * r - 0.4186829 * g - 0.0813089 * b + 128.0);
+        *pV = VOf(r, g, b);
     }
     if (pU) {
-        *pU = Clamp255(-0.168727 * r - 0.33126147 * g + 0.5 * b + 128.0);
+        *pU = UOf(r, g, b);
     }
 }
 
@@ -86,28 +95,25 @@ bool RgbToNv21(const RGBImage& image, NV21Frame* pFrame) {
         return false;
     }
     pFrame->Resize(w, h);
-    uint8_t* pY = pFrame->Luma();
-    uint8_t* pVU = pFrame->Chroma();
     for (int y = 0; y < h; ++y) {
         for (int x = 0; x < w; ++x) {
             const uint8_t* p = image.Pixel(x, y);
-            RgbToYvu(p[0], p[1], p[2], &pY[size_t(y) * w + x], nullptr, nullptr);
+            RgbToYvu(p[0], p[1], p[2], &pFrame->Luma()[size_t(y) * w + x], nullptr, nullptr);
         }
     }
     for (int y = 0; y < h; y += 2) {
         for (int x = 0; x < w; x += 2) {
-            const uint8_t* a = image.Pixel(x, y);
-            const uint8_t* b = image.Pixel(x + 1, y);
-            const uint8_t* c = image.Pixel(x, y + 1);
-            const uint8_t* d = image.Pixel(x + 1, y + 1);
             // The mean colour of the block, kept exact (quarters) until the
             // conversion rounds.
-            const double r = (a[0] + b[0] + c[0] + d[0]) / 4.0;
-            const double g = (a[1] + b[1] + c[1] + d[1]) / 4.0;
-            const double bl = (a[2] + b[2] + c[2] + d[2]) / 4.0;
-            uint8_t* pPair = &pVU[size_t(y / 2) * w + x];
-            pPair[0] = Clamp255(0.5 * r - 0.4186829 * g - 0.0813089 * bl + 128.0);
-            pPair[1] = Clamp255(-0.168727 * r - 0.33126147 * g + 0.5 * bl + 128.0);
+            double m[3];
+            for (int k = 0; k < 3; ++k) {
+                m[k] = (image.Pixel(x, y)[k] + image.Pixel(x + 1, y)[k] + image.Pixel(x, y + 1)[k] +
+                        image.Pixel(x + 1, y + 1)[k]) /
+                       4.0;
+            }
+            uint8_t* pPair = pFrame->Chroma() + size_t(y / 2) * w + x;
+            pPair[0] = VOf(m[0], m[1], m[2]);
+            pPair[1] = UOf(m[0], m[1], m[2]);
         }
     }
     return true;
@@ -187,13 +193,6 @@ void ScaleCover(const RGBImage& src, int nWidth, int nHeight, RGBImage* pDst) {
     RGBImage scaled;
     Resample(src, sw, sh, &scaled);
     Crop(scaled, (sw - nWidth) / 2, (sh - nHeight) / 2, nWidth, nHeight, pDst);
-}
-
-void ScaleFit(const RGBImage& src, int nWidth, int nHeight, RGBImage* pDst) {
-    const double scale = std::min(double(nWidth) / src.m_nWidth, double(nHeight) / src.m_nHeight);
-    const int w = std::max(1, std::min(nWidth, int(floor(src.m_nWidth * scale + 0.5))));
-    const int h = std::max(1, std::min(nHeight, int(floor(src.m_nHeight * scale + 0.5))));
-    Resample(src, w, h, pDst);
 }
 
 void Crop(const RGBImage& src, int x, int y, int nWidth, int nHeight, RGBImage* pDst) {

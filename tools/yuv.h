@@ -56,9 +56,6 @@ void Resample(const RGBImage& src, int nWidth, int nHeight, RGBImage* pDst);
 // Scales to cover nWidth x nHeight, keeping the aspect ratio, and crops the
 // middle: what a camera's preview shows of a scene.
 void ScaleCover(const RGBImage& src, int nWidth, int nHeight, RGBImage* pDst);
-// Scales to fit inside nWidth x nHeight, keeping the aspect ratio (at least
-// one pixel each way).
-void ScaleFit(const RGBImage& src, int nWidth, int nHeight, RGBImage* pDst);
 // The nWidth x nHeight rectangle at (x, y), which must lie inside the source.
 void Crop(const RGBImage& src, int x, int y, int nWidth, int nHeight, RGBImage* pDst);
 

@@ -1,10 +1,9 @@
 // A stand-in plug-in for the harness tests: it keeps a log of the calls it
 // receives, checks that each buffer's file descriptor maps the memory it was
-// handed, and changes the frames in a way the tests can predict:
-//   preview: Y -> 255 - Y, and each V/U pair swapped;
-//   capture: Y -> 255 - Y, and each V/U pair swapped.
-// Effect 0 leaves frames alone, as the real plug-in does; effect code "5"
-// never comes up (handlePreview answers 2).
+// handed, and changes preview frames and captures in a way the tests can
+// predict: Y -> 255 - Y, and each V/U pair swapped. Effect 0 leaves frames
+// alone, as the real plug-in does; effect code "5" never comes up
+// (handlePreview answers 2).
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>

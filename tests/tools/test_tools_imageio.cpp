@@ -3,39 +3,35 @@
 #include <gtest/gtest.h>
 #include <jpeglib.h>
 #include <png.h>
+#include <stdio.h>
 #include <stdlib.h>
-#include <unistd.h>
 #include <zlib.h>
 
 #include <random>
 #include <string>
 
+#include "ToolTestUtil.h"
 #include "imageio.h"
+
+using tooltest::TempDir;
 
 namespace {
 
 RGBImage Noise(int w, int h, unsigned nSeed) {
-    RGBImage img;
-    img.Resize(w, h);
     std::mt19937 rng(nSeed);
-    for (uint8_t& b : img.m_vPixels) {
-        b = uint8_t(rng());
-    }
-    return img;
+    return tooltest::Painted(w, h, [&rng](int, int, uint8_t* p) {
+        for (int i = 0; i < 3; ++i) {
+            p[i] = uint8_t(rng());
+        }
+    });
 }
 
 RGBImage Gradient(int w, int h) {
-    RGBImage img;
-    img.Resize(w, h);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            uint8_t* p = img.Pixel(x, y);
-            p[0] = uint8_t(x * 255 / (w - 1));
-            p[1] = uint8_t(y * 255 / (h - 1));
-            p[2] = uint8_t(128 + (x - y) / 4);
-        }
-    }
-    return img;
+    return tooltest::Painted(w, h, [w, h](int x, int y, uint8_t* p) {
+        p[0] = uint8_t(x * 255 / (w - 1));
+        p[1] = uint8_t(y * 255 / (h - 1));
+        p[2] = uint8_t(128 + (x - y) / 4);
+    });
 }
 
 // A PNG of another colour type, written with libpng directly. nChannels
@@ -108,24 +104,6 @@ void SetPngSize(std::vector<uint8_t>* png, uint32_t w, uint32_t h) {
     }
 }
 
-class TempDir {
-public:
-    TempDir() {
-        char tmpl[] = "/tmp/posteffect-imageio-XXXXXX";
-        m_path = mkdtemp(tmpl);
-    }
-    ~TempDir() {
-        std::string cmd = "rm -rf '" + m_path + "'";
-        if (system(cmd.c_str()) != 0) {
-            ADD_FAILURE() << "could not remove " << m_path;
-        }
-    }
-    std::string Path(const char* name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
 }  // namespace
 
 TEST(ToolImageFormat, SniffAndExtension) {
@@ -158,7 +136,7 @@ TEST(ToolImagePng, RoundTripIsExact) {
     }
 }
 
-TEST(ToolImagePng, OtherColourTypesComeOutAsRgb) {
+TEST(ToolImageDecode, OtherLayoutsComeOutAsRgb) {
     RGBImage img;
     std::string err;
     // Grey: 2 x 1 pixels 10 and 200.
@@ -177,6 +155,15 @@ TEST(ToolImagePng, OtherColourTypesComeOutAsRgb) {
     png = RawPng(1, 1, PNG_COLOR_TYPE_RGB, 16, {0x12, 0x34, 0xab, 0xcd, 0xff, 0x00});
     ASSERT_TRUE(DecodeImage(png.data(), png.size(), &img, &err)) << err;
     EXPECT_EQ((std::vector<uint8_t>{0x12, 0xab, 0xff}), img.m_vPixels);
+    // A grey JPEG: every channel the same, close to the grey written.
+    const std::vector<uint8_t> jpg = GreyJpeg(16, 8, 77);
+    ASSERT_TRUE(DecodeImage(jpg.data(), jpg.size(), &img, &err)) << err;
+    ASSERT_EQ(16, img.m_nWidth);
+    for (size_t i = 0; i < img.m_vPixels.size(); i += 3) {
+        EXPECT_NEAR(77, img.m_vPixels[i], 1) << i;
+        EXPECT_EQ(img.m_vPixels[i], img.m_vPixels[i + 1]) << i;
+        EXPECT_EQ(img.m_vPixels[i], img.m_vPixels[i + 2]) << i;
+    }
 }
 
 TEST(ToolImageJpeg, RoundTripIsClose) {
@@ -201,19 +188,6 @@ TEST(ToolImageJpeg, RoundTripIsClose) {
     EXPECT_LT(small.size(), data.size());
     EXPECT_FALSE(EncodeJpeg(img, 0, &data, &err));
     EXPECT_FALSE(EncodeJpeg(img, 101, &data, &err));
-}
-
-TEST(ToolImageJpeg, GreyComesOutAsRgb) {
-    const std::vector<uint8_t> jpg = GreyJpeg(16, 8, 77);
-    RGBImage img;
-    std::string err;
-    ASSERT_TRUE(DecodeImage(jpg.data(), jpg.size(), &img, &err)) << err;
-    ASSERT_EQ(16, img.m_nWidth);
-    for (int x = 0; x < 16; ++x) {
-        EXPECT_NEAR(77, img.Pixel(x, 4)[0], 1);
-        EXPECT_EQ(img.Pixel(x, 4)[0], img.Pixel(x, 4)[1]);
-        EXPECT_EQ(img.Pixel(x, 4)[0], img.Pixel(x, 4)[2]);
-    }
 }
 
 TEST(ToolImageBad, DamagedDataIsAnErrorNotACrash) {

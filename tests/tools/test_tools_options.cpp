@@ -1,6 +1,7 @@
 // The posteffect tool's command line and effect table.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,11 +17,6 @@ ParseStatus Parse(std::vector<std::string> args, ToolOptions* o, std::string* er
         argv.push_back(&a[0]);
     }
     return ParseToolOptions(int(argv.size()), argv.data(), o, err);
-}
-
-int Number(const char* name) {
-    const EffectInfo* e = FindEffect(name);
-    return e ? e->m_nNumber : -1;
 }
 
 }  // namespace
@@ -39,30 +35,25 @@ TEST(ToolEffects, TableMatchesTheCameraCodes) {
 }
 
 TEST(ToolEffects, FoundByCodeNumberOrName) {
-    EXPECT_EQ(9, Number("9"));
-    EXPECT_EQ(9, Number("Bloom"));
-    EXPECT_EQ(9, Number("bLoOm"));
-    EXPECT_EQ(10, Number("B"));
-    EXPECT_EQ(10, Number("10"));
-    EXPECT_EQ(10, Number("Whiteboard"));
-    EXPECT_EQ(18, Number("J"));
-    EXPECT_EQ(18, Number("18"));
-    EXPECT_EQ(18, Number("Color Sketch"));
-    EXPECT_EQ(18, Number("color_sketch"));
-    EXPECT_EQ(11, Number("Stylized_Maple"));
-    EXPECT_EQ(11, Number("stylized maple"));
-    EXPECT_EQ(2, Number("DoF"));
-    EXPECT_EQ(0, Number("0"));
-    EXPECT_EQ(0, Number("none"));
-    EXPECT_EQ(0, Number("Bypass"));
-    // Codes are case-sensitive and "A" is not one.
-    EXPECT_EQ(-1, Number("b"));
-    EXPECT_EQ(-1, Number("A"));
-    EXPECT_EQ(-1, Number("19"));
-    EXPECT_EQ(-1, Number("-1"));
-    EXPECT_EQ(-1, Number("+9"));
-    EXPECT_EQ(-1, Number(""));
-    EXPECT_EQ(-1, Number("Blooms"));
+    // Codes are case-sensitive and "A" is not one; numbers are plain digits.
+    const struct {
+        int nNumber;
+        std::vector<const char*> names;
+    } kNames[] = {
+        {9, {"9", "Bloom", "bLoOm"}},
+        {10, {"B", "10", "Whiteboard"}},
+        {18, {"J", "18", "Color Sketch", "color_sketch"}},
+        {11, {"Stylized_Maple", "stylized maple"}},
+        {2, {"DoF"}},
+        {0, {"0", "none", "Bypass"}},
+        {-1, {"b", "A", "19", "-1", "+9", " 9", "", "Blooms"}},
+    };
+    for (const auto& k : kNames) {
+        for (const char* name : k.names) {
+            const EffectInfo* e = FindEffect(name);
+            EXPECT_EQ(k.nNumber, e ? e->m_nNumber : -1) << "\"" << name << "\"";
+        }
+    }
     EXPECT_EQ("color_sketch", EffectSlug(*FindEffect("J")));
     EXPECT_EQ("none", EffectSlug(*FindEffect("0")));
 }
@@ -119,46 +110,32 @@ TEST(ToolOptionsParse, EverythingGiven) {
 }
 
 TEST(ToolOptionsParse, BadValuesAreRefusedWithAReason) {
-    const std::vector<std::vector<std::string>> kBad = {
-        {"--effect", "Q"},
-        {"--effect", "8,"},
-        {"--effect"},
-        {"--preview", "1000x720"},  // width not a multiple of 16
-        {"--preview", "1280x721"},  // odd height
-        {"--preview", "16x16"},     // too small
-        {"--preview", "1280"},
-        {"--preview", "1280x720x3"},
-        {"--capture", "101x100"},
-        {"--capture", "0x100"},
-        {"--nv21", "63x32", "a"},
-        {"--nv21", "64x32"},  // no input file
-        {"--param0", "1,2,3"},
-        {"--param0", "1,2,3,4,5"},
-        {"--param0", "1,2,x,4"},
-        {"--param1", "1,,3,4"},
-        {"--frames", "0"},
-        {"--frames", "-2"},
-        {"--frames", "3x"},
-        {"--crop", "1,2,3"},
-        {"--format", "bmp"},
-        {"--bogus"},
-        {"a.png", "b.png"},
-        {"--params", "GPU-effect=9", "--effect", "8"},
-        {"--params", "GPU-effect=A"},
-        {"--params", "x=1", "--param0", "1,2,3,4"},
-        {"--effect", "8,9", "--preview-out", "p.png"},
-        {"--capture-out", "c.png"},
-    };
-    for (const auto& args : kBad) {
+    // Command lines separated by " | ": preview widths not a multiple of 16,
+    // odd heights, sizes too small or malformed, --nv21 without an input,
+    // clashing effect choices and the like.
+    const std::string kBad =
+        "--effect Q | --effect 8, | --effect | --preview 1000x720 | --preview 1280x721 | "
+        "--preview 16x16 | --preview 1280 | --preview 1280x720x3 | --capture 101x100 | "
+        "--capture 0x100 | --nv21 63x32 a | --nv21 64x32 | --param0 1,2,3 | "
+        "--param0 1,2,3,4,5 | --param0 1,2,x,4 | --param1 1,,3,4 | --frames 0 | "
+        "--frames -2 | --frames 3x | --crop 1,2,3 | --format bmp | --bogus | a.png b.png | "
+        "--params GPU-effect=9 --effect 8 | --params GPU-effect=A | "
+        "--params x=1 --param0 1,2,3,4 | --effect 8,9 --preview-out p.png | "
+        "--capture-out c.png";
+    std::istringstream in(kBad);
+    int nCases = 0;
+    for (std::string line; std::getline(in, line, '|'); ++nCases) {
+        std::vector<std::string> args;
+        std::istringstream words(line);
+        for (std::string a; words >> a;) {
+            args.push_back(a);
+        }
         ToolOptions o;
         std::string err;
-        std::string joined;
-        for (const std::string& a : args) {
-            joined += a + " ";
-        }
-        EXPECT_EQ(kParseError, Parse(args, &o, &err)) << joined;
-        EXPECT_FALSE(err.empty()) << joined;
+        EXPECT_EQ(kParseError, Parse(args, &o, &err)) << line;
+        EXPECT_FALSE(err.empty()) << line;
     }
+    EXPECT_EQ(28, nCases);
 }
 
 TEST(ToolOptionsParse, RawParameterString) {
@@ -182,16 +159,15 @@ TEST(ToolOptionsParse, RawParameterString) {
 TEST(ToolOptionsParse, Numbers) {
     int an[4];
     EXPECT_TRUE(ParseFourInts("1,-2,+3,4", an));
-    EXPECT_EQ(-2, an[1]);
-    EXPECT_EQ(3, an[2]);
+    EXPECT_EQ((std::vector<int>{1, -2, 3, 4}), std::vector<int>(an, an + 4));
     EXPECT_FALSE(ParseFourInts("1,2,3,99999999999", an));
     EXPECT_FALSE(ParseFourInts("", an));
     int w = 0, h = 0;
     EXPECT_TRUE(ParseSize("640x480", &w, &h));
     EXPECT_EQ(640, w);
     EXPECT_EQ(480, h);
-    EXPECT_FALSE(ParseSize("x480", &w, &h));
-    EXPECT_FALSE(ParseSize("640x", &w, &h));
-    EXPECT_FALSE(ParseSize("-640x480", &w, &h));
-    EXPECT_FALSE(ParseSize("640X480", &w, &h));
+    for (const char* bad : {"x480", "640x", "-640x480", "+640x480", "640x+480", "640X480", "0x480",
+                            "640x99999999999"}) {
+        EXPECT_FALSE(ParseSize(bad, &w, &h)) << bad;
+    }
 }

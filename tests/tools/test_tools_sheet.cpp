@@ -5,44 +5,41 @@
 #include <set>
 #include <string>
 
+#include "ToolTestUtil.h"
 #include "contact.h"
 #include "font.h"
 #include "options.h"
 
+using tooltest::Solid;
+
 namespace {
 
 const uint8_t kWhite[3] = {255, 255, 255};
-
-RGBImage Solid(int w, int h, uint8_t r, uint8_t g, uint8_t b) {
-    RGBImage img;
-    img.Resize(w, h);
-    for (size_t i = 0; i < img.m_vPixels.size(); i += 3) {
-        img.m_vPixels[i] = r;
-        img.m_vPixels[i + 1] = g;
-        img.m_vPixels[i + 2] = b;
-    }
-    return img;
-}
+const uint8_t kRed[3] = {255, 0, 0};
+const uint8_t kGreen[3] = {0, 255, 0};
+const uint8_t kBlue[3] = {0, 0, 255};
 
 bool Is(const RGBImage& img, int x, int y, const uint8_t c[3]) {
     return memcmp(img.Pixel(x, y), c, 3) == 0;
 }
 
-// The bounding box of the pixels of colour c; false when there are none.
-bool Find(const RGBImage& img, const uint8_t c[3], int* x0, int* y0, int* x1, int* y1) {
-    *x0 = *y0 = 1 << 30;
-    *x1 = *y1 = -1;
+// The bounding box of the pixels of one colour (x1 < 0 when there are none).
+struct Box {
+    int x0 = 1 << 30, y0 = 1 << 30, x1 = -1, y1 = -1;
+    int Width() const { return x1 - x0 + 1; }
+    int Height() const { return y1 - y0 + 1; }
+};
+
+Box Find(const RGBImage& img, const uint8_t c[3]) {
+    Box b;
     for (int y = 0; y < img.m_nHeight; ++y) {
         for (int x = 0; x < img.m_nWidth; ++x) {
             if (Is(img, x, y, c)) {
-                *x0 = std::min(*x0, x);
-                *y0 = std::min(*y0, y);
-                *x1 = std::max(*x1, x);
-                *y1 = std::max(*y1, y);
+                b = {std::min(b.x0, x), std::min(b.y0, y), std::max(b.x1, x), std::max(b.y1, y)};
             }
         }
     }
-    return *x1 >= 0;
+    return b;
 }
 
 std::string Bitmap(char c) {
@@ -55,9 +52,13 @@ std::string Bitmap(char c) {
     return s;
 }
 
+RGBImage Block(const uint8_t c[3], int w, int h) {
+    return Solid(w, h, c[0], c[1], c[2]);
+}
+
 }  // namespace
 
-TEST(ToolFont, EveryEffectNameCanBeWritten) {
+TEST(ToolFont, GlyphsCoverTheLabelsAndDiffer) {
     for (const EffectInfo& e : EffectTable()) {
         for (const char* p = e.m_szName; *p; ++p) {
             EXPECT_TRUE(HasGlyph(*p)) << "'" << *p << "' of " << e.m_szName;
@@ -66,47 +67,33 @@ TEST(ToolFont, EveryEffectNameCanBeWritten) {
     for (const char* p = "none Original ()0123456789-,.:x"; *p; ++p) {
         EXPECT_TRUE(HasGlyph(*p)) << "'" << *p << "'";
     }
-}
-
-TEST(ToolFont, GlyphsAreDistinctAndInked) {
     // Catches a glyph copied over another by mistake, and empty ones.
     std::set<std::string> seen;
     for (char c = 33; c < 127; ++c) {
-        if (!HasGlyph(c)) {
-            continue;
+        if (HasGlyph(c)) {
+            const std::string bits = Bitmap(c);
+            EXPECT_NE(std::string::npos, bits.find('#')) << "'" << c << "' is blank";
+            EXPECT_TRUE(seen.insert(bits).second) << "'" << c << "' looks like another glyph";
         }
-        const std::string bits = Bitmap(c);
-        EXPECT_NE(std::string::npos, bits.find('#')) << "'" << c << "' is blank";
-        EXPECT_TRUE(seen.insert(bits).second) << "'" << c << "' looks like another glyph";
     }
     EXPECT_GT(seen.size(), 80u);
     EXPECT_EQ(std::string::npos, Bitmap(' ').find('#'));
     // Only descenders reach below the baseline (rows 7 and 8).
-    for (char c : std::string("gjpqy,;_|")) {
-        bool bLow = false;
-        for (int x = 0; x < kGlyphWidth; ++x) {
-            bLow = bLow || GlyphBit(c, x, 7);
-        }
-        EXPECT_TRUE(bLow) << c;
-    }
-    for (char c : std::string("ABCabc019")) {
-        for (int x = 0; x < kGlyphWidth; ++x) {
-            EXPECT_FALSE(GlyphBit(c, x, 7)) << c;
-            EXPECT_FALSE(GlyphBit(c, x, 8)) << c;
-        }
+    for (char c : std::string("gjpqy,;_|ABCabc019")) {
+        const bool bLow = Bitmap(c).find('#', 7 * kGlyphWidth) != std::string::npos;
+        EXPECT_EQ(strchr("gjpqy,;_|", c) != nullptr, bLow) << c;
     }
     EXPECT_FALSE(GlyphBit('A', -1, 0));
     EXPECT_FALSE(GlyphBit('A', kGlyphWidth, 0));
     EXPECT_FALSE(GlyphBit('A', 0, kGlyphHeight));
-}
-
-TEST(ToolFont, UnknownCharactersDrawABox) {
+    // Characters without a glyph come out as an outlined box.
     EXPECT_FALSE(HasGlyph('\x01'));
     EXPECT_FALSE(HasGlyph('~'));
-    const std::string box = Bitmap('\x01');
-    EXPECT_EQ("#####", box.substr(0, 5));
-    EXPECT_EQ("#...#", box.substr(5, 5));
-    EXPECT_EQ(box, Bitmap('~'));
+    EXPECT_EQ(
+        "#####"
+        "#...#",
+        Bitmap('\x01').substr(0, 10));
+    EXPECT_EQ(Bitmap('\x01'), Bitmap('~'));
 }
 
 TEST(ToolFont, TextSize) {
@@ -117,86 +104,66 @@ TEST(ToolFont, TextSize) {
     EXPECT_EQ(27, TextHeight(3));
 }
 
-TEST(ToolFont, DrawPlacesScaledDots) {
+TEST(ToolFont, DrawPlacesScaledDotsAndClips) {
     RGBImage img = Solid(20, 24, 0, 0, 0);
     DrawText(&img, 3, 2, "T", 2, kWhite);
-    // "T": the top row full, then the middle column. Each dot is 2 x 2.
+    // Each dot of the glyph is 2 x 2, from (3, 2).
     for (int y = 0; y < img.m_nHeight; ++y) {
         for (int x = 0; x < img.m_nWidth; ++x) {
-            const int gx = (x - 3) >= 0 ? (x - 3) / 2 : -1;
-            const int gy = (y - 2) >= 0 ? (y - 2) / 2 : -1;
-            const bool bWant = gx >= 0 && gy >= 0 && GlyphBit('T', gx, gy);
+            const bool bWant = x >= 3 && y >= 2 && GlyphBit('T', (x - 3) / 2, (y - 2) / 2);
             ASSERT_EQ(bWant, Is(img, x, y, kWhite)) << x << "," << y;
         }
     }
-    int x0, y0, x1, y1;
-    ASSERT_TRUE(Find(img, kWhite, &x0, &y0, &x1, &y1));
-    EXPECT_EQ(3, x0);
-    EXPECT_EQ(2, y0);
-    EXPECT_EQ(3 + 2 * 5 - 1, x1);
-    EXPECT_EQ(2 + 2 * 7 - 1, y1);
-}
-
-TEST(ToolFont, DrawClipsAtTheEdges) {
-    RGBImage img = Solid(8, 8, 0, 0, 0);
+    img = Solid(8, 8, 0, 0, 0);
     // The bar of the first H (its fourth row) lands on row 0.
     DrawText(&img, -4, -9, "HH", 3, kWhite);
     DrawText(&img, 6, 6, "WW", 3, kWhite);
     DrawText(&img, 100, 100, "X", 1, kWhite);
     DrawText(&img, -100, 3, "X", 1, kWhite);
-    int x0, y0, x1, y1;
-    ASSERT_TRUE(Find(img, kWhite, &x0, &y0, &x1, &y1));
-    EXPECT_EQ(0, x0);
-    EXPECT_EQ(0, y0);
-    EXPECT_EQ(7, x1);
-    EXPECT_EQ(7, y1);
+    const Box b = Find(img, kWhite);
+    EXPECT_EQ(0, b.x0);
+    EXPECT_EQ(0, b.y0);
+    EXPECT_EQ(7, b.x1);
+    EXPECT_EQ(7, b.y1);
 }
 
 TEST(ToolContact, CellsInRowsWithLabelsUnderThePictures) {
-    const uint8_t kRed[3] = {255, 0, 0};
-    const uint8_t kGreen[3] = {0, 255, 0};
-    const uint8_t kBlue[3] = {0, 0, 255};
     std::vector<ContactCell> cells(3);
     cells[0].m_strLabel = "One";
-    cells[0].m_vPictures.push_back(Solid(40, 30, 255, 0, 0));
-    cells[0].m_vPictures.push_back(Solid(20, 30, 0, 255, 0));
+    cells[0].m_vPictures = {Block(kRed, 40, 30), Block(kGreen, 20, 30)};
     cells[1].m_strLabel = "Two";
-    cells[1].m_vPictures.push_back(Solid(50, 20, 0, 0, 255));
+    cells[1].m_vPictures = {Block(kBlue, 50, 20)};
     cells[2].m_strLabel = "A label far too long for its cell";
     RGBImage sheet;
     MakeContactSheet("", cells, 2, &sheet);
 
-    int rx0, ry0, rx1, ry1, gx0, gy0, gx1, gy1, bx0, by0, bx1, by1;
-    ASSERT_TRUE(Find(sheet, kRed, &rx0, &ry0, &rx1, &ry1));
-    ASSERT_TRUE(Find(sheet, kGreen, &gx0, &gy0, &gx1, &gy1));
-    ASSERT_TRUE(Find(sheet, kBlue, &bx0, &by0, &bx1, &by1));
-    // Pictures unscaled.
-    EXPECT_EQ(40, rx1 - rx0 + 1);
-    EXPECT_EQ(30, ry1 - ry0 + 1);
-    EXPECT_EQ(20, gx1 - gx0 + 1);
-    EXPECT_EQ(50, bx1 - bx0 + 1);
-    EXPECT_EQ(20, by1 - by0 + 1);
-    // Side by side in a cell, tops aligned; the second cell to the right.
-    EXPECT_EQ(rx1 + 1 + kSheetPictureGap, gx0);
-    EXPECT_EQ(ry0, gy0);
-    EXPECT_EQ(ry0, by0);
-    EXPECT_GT(bx0, gx1 + kSheetMargin - 1);
-    EXPECT_EQ(kSheetMargin, rx0);
-    EXPECT_EQ(kSheetMargin, ry0);
+    const Box r = Find(sheet, kRed), g = Find(sheet, kGreen), b = Find(sheet, kBlue);
+    // Pictures unscaled, side by side in a cell, tops aligned; the second
+    // cell to the right.
+    EXPECT_EQ(40, r.Width());
+    EXPECT_EQ(30, r.Height());
+    EXPECT_EQ(20, g.Width());
+    EXPECT_EQ(50, b.Width());
+    EXPECT_EQ(20, b.Height());
+    EXPECT_EQ(r.x1 + 1 + kSheetPictureGap, g.x0);
+    EXPECT_EQ(r.y0, g.y0);
+    EXPECT_EQ(r.y0, b.y0);
+    EXPECT_GT(b.x0, g.x1 + kSheetMargin - 1);
+    EXPECT_EQ(kSheetMargin, r.x0);
+    EXPECT_EQ(kSheetMargin, r.y0);
 
     // Labels: white only below the pictures' row, starting at each cell's
     // left edge; the third cell sits on a second row.
-    int wx0, wy0, wx1, wy1;
-    ASSERT_TRUE(Find(sheet, kWhite, &wx0, &wy0, &wx1, &wy1));
-    EXPECT_EQ(ry1 + 1 + kSheetLabelGap, wy0);
-    EXPECT_EQ(rx0, wx0);
+    const Box w = Find(sheet, kWhite);
+    EXPECT_EQ(r.y1 + 1 + kSheetLabelGap, w.y0);
+    EXPECT_EQ(r.x0, w.x0);
     // "Two" starts with the top bar of its T.
-    EXPECT_TRUE(Is(sheet, bx0, wy0, kWhite)) << "no label under the second cell";
-    EXPECT_GT(wy1, wy0 + TextHeight(kSheetLabelScale)) << "no label on the second row";
+    EXPECT_TRUE(Is(sheet, b.x0, w.y0, kWhite)) << "no label under the second cell";
+    EXPECT_GT(w.y1, w.y0 + TextHeight(kSheetLabelScale)) << "no label on the second row";
     // The long label stops at its cell's right edge (the cell is as wide as
     // the widest cell, the first one: 40 + gap + 20).
-    const int nCellRight = rx0 + 40 + kSheetPictureGap + 20 - 1;
-    for (int y = wy1 - TextHeight(kSheetLabelScale); y <= wy1; ++y) {
+    const int nCellRight = r.x0 + 40 + kSheetPictureGap + 20 - 1;
+    for (int y = w.y1 - TextHeight(kSheetLabelScale); y <= w.y1; ++y) {
         for (int x = nCellRight + 1; x < sheet.m_nWidth; ++x) {
             ASSERT_FALSE(Is(sheet, x, y, kWhite)) << x << "," << y;
         }
@@ -206,21 +173,16 @@ TEST(ToolContact, CellsInRowsWithLabelsUnderThePictures) {
 
 TEST(ToolContact, OneColumnStacksAndTitleGoesFirst) {
     std::vector<ContactCell> cells(2);
-    cells[0].m_vPictures.push_back(Solid(10, 10, 255, 0, 0));
-    cells[1].m_vPictures.push_back(Solid(10, 10, 0, 0, 255));
+    cells[0].m_vPictures = {Block(kRed, 10, 10)};
+    cells[1].m_vPictures = {Block(kBlue, 10, 10)};
     RGBImage sheet;
     MakeContactSheet("Title", cells, 1, &sheet);
-    const uint8_t kRed[3] = {255, 0, 0};
-    const uint8_t kBlue[3] = {0, 0, 255};
-    int rx0, ry0, rx1, ry1, bx0, by0, bx1, by1, wx0, wy0, wx1, wy1;
-    ASSERT_TRUE(Find(sheet, kRed, &rx0, &ry0, &rx1, &ry1));
-    ASSERT_TRUE(Find(sheet, kBlue, &bx0, &by0, &bx1, &by1));
-    ASSERT_TRUE(Find(sheet, kWhite, &wx0, &wy0, &wx1, &wy1));
-    EXPECT_EQ(rx0, bx0);
-    EXPECT_GT(by0, ry1);
+    const Box r = Find(sheet, kRed), b = Find(sheet, kBlue), w = Find(sheet, kWhite);
+    EXPECT_EQ(r.x0, b.x0);
+    EXPECT_GT(b.y0, r.y1);
     // The title is above the first picture and makes the sheet wide enough.
-    EXPECT_EQ(kSheetMargin, wy0);
-    EXPECT_LT(wy1, ry0);
+    EXPECT_EQ(kSheetMargin, w.y0);
+    EXPECT_LT(w.y1, r.y0);
     EXPECT_GE(sheet.m_nWidth, TextWidth("Title", kSheetTitleScale) + 2 * kSheetMargin);
 }
 
