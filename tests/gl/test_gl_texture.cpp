@@ -53,66 +53,54 @@ android::sp<android::GraphicBuffer> NewBuffer(int w, int h, int format, void** v
 
 using TextureTest = GLTest;
 
-TEST_F(TextureTest, NormalTextures) {
+// Each format of the table as a normal texture and as an ST; the luminance
+// pair, outside the table, as a normal texture only.
+TEST_F(TextureTest, NormalAndStreamingTextures) {
     const struct {
-        unsigned format, type, bpp;
-    } cases[] = {
-        {GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 2},
-        {GL_RGB, GL_UNSIGNED_BYTE, 3},
-        {GL_RGBA, GL_UNSIGNED_BYTE, 4},
-        {GL_LUMINANCE, GL_UNSIGNED_BYTE, 0},  // not in the table: left as it was
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.format);
-        GETestLog log;
-        GLTexture tex;
-        ASSERT_EQ(tex.Init(c.format, c.type, 100, 30, 0), 1) << log.Dump();
-        EXPECT_FALSE(tex.IsST());
-        EXPECT_EQ(tex.GetWidth(), 100u);
-        EXPECT_EQ(tex.GetAllocWidth(), 100u);
-        EXPECT_EQ(tex.GetHeight(), 30u);
-        EXPECT_EQ(tex.GetBytesPerPixel(), c.bpp);
-        EXPECT_EQ(tex.GetFormat(), c.format);
-        EXPECT_EQ(tex.GetType(), c.type);
-        EXPECT_EQ(tex.GetStride(), 0u);
-        ExpectBoundWithDefaults(tex.GetTexName());
-        EXPECT_TRUE(
-            log.HasExact(I, "GLTexture",
-                         GETestFormat("[Init] format=%u, type=%u, width=100(128), height=30, ST=0",
-                                      c.format, c.type)));
-        EXPECT_TRUE(
-            log.HasExact(I, "GLTexture", GETestFormat("[Init] tex %u created", tex.GetTexName())));
-        // No CPU side.
-        log.Clear();
-        EXPECT_EQ(tex.GetSTDataBuf(), nullptr);
-        EXPECT_EQ(tex.clean_buffer(), 0);
-        EXPECT_EQ(tex.GetGraphicBuffer(), nullptr);
-        EXPECT_TRUE(log.HasExact(E, "GLTexture",
-                                 "[GetSTDataBuf] ERROR, only streaming texture use this method"));
-        EXPECT_TRUE(
-            log.HasExact(ANDROID_LOG_DEBUG, "GLTexture", "[clean_buffer] clean buffer error"));
-    }
-}
-
-TEST_F(TextureTest, StreamingTextures) {
-    const struct {
+        unsigned char st;
         unsigned format, type, w, h, bpp, allocW;
         int hal;
     } cases[] = {
-        {GL_RGBA, GL_UNSIGNED_BYTE, 100, 20, 4, 128, HAL_PIXEL_FORMAT_RGBA_8888},
-        {GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 40, 6, 2, 64, HAL_PIXEL_FORMAT_RGB_565},
-        {GL_RGB, GL_UNSIGNED_BYTE, 32, 6, 3, 32, HAL_PIXEL_FORMAT_RGB_888},
+        {0, GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 100, 30, 2, 100, 0},
+        {0, GL_RGB, GL_UNSIGNED_BYTE, 100, 30, 3, 100, 0},
+        {0, GL_RGBA, GL_UNSIGNED_BYTE, 100, 30, 4, 100, 0},
+        {0, GL_LUMINANCE, GL_UNSIGNED_BYTE, 100, 30, 0, 100, 0},  // left as it was
+        {1, GL_RGBA, GL_UNSIGNED_BYTE, 100, 20, 4, 128, HAL_PIXEL_FORMAT_RGBA_8888},
+        {1, GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 40, 6, 2, 64, HAL_PIXEL_FORMAT_RGB_565},
+        {1, GL_RGB, GL_UNSIGNED_BYTE, 32, 6, 3, 32, HAL_PIXEL_FORMAT_RGB_888},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.hal);
+        SCOPED_TRACE(GETestFormat("st %d format 0x%x type 0x%x", c.st, c.format, c.type));
         GETestLog log;
         GLTexture tex;
-        ASSERT_EQ(tex.Init(c.format, c.type, c.w, c.h, 1), 1) << log.Dump();
-        EXPECT_TRUE(tex.IsST());
+        ASSERT_EQ(tex.Init(c.format, c.type, c.w, c.h, c.st), 1) << log.Dump();
+        EXPECT_EQ(tex.IsST(), c.st != 0);
         EXPECT_EQ(tex.GetWidth(), c.w);
         EXPECT_EQ(tex.GetAllocWidth(), c.allocW);
         EXPECT_EQ(tex.GetHeight(), c.h);
         EXPECT_EQ(tex.GetBytesPerPixel(), c.bpp);
+        EXPECT_EQ(tex.GetFormat(), c.format);
+        EXPECT_EQ(tex.GetType(), c.type);
+        ExpectBoundWithDefaults(tex.GetTexName());
+        EXPECT_TRUE(
+            log.HasExact(I, "GLTexture",
+                         GETestFormat("[Init] format=%u, type=%u, width=%u(%u), height=%u, ST=%d",
+                                      c.format, c.type, c.w, (c.w + 31) / 32 * 32, c.h, c.st)));
+        unsigned char* data = tex.GetSTDataBuf();
+        if (!c.st) {
+            EXPECT_TRUE(log.HasExact(I, "GLTexture",
+                                     GETestFormat("[Init] tex %u created", tex.GetTexName())));
+            // No CPU side.
+            EXPECT_EQ(data, nullptr);
+            EXPECT_EQ(tex.GetStride(), 0u);
+            EXPECT_EQ(tex.clean_buffer(), 0);
+            EXPECT_EQ(tex.GetGraphicBuffer(), nullptr);
+            EXPECT_TRUE(log.HasExact(
+                E, "GLTexture", "[GetSTDataBuf] ERROR, only streaming texture use this method"));
+            EXPECT_TRUE(
+                log.HasExact(ANDROID_LOG_DEBUG, "GLTexture", "[clean_buffer] clean buffer error"));
+            continue;
+        }
         android::sp<android::GraphicBuffer> gb = tex.GetGraphicBuffer();
         ASSERT_NE(gb, nullptr);
         EXPECT_EQ(gb->getWidth(), c.allocW);
@@ -120,10 +108,8 @@ TEST_F(TextureTest, StreamingTextures) {
         EXPECT_EQ(gb->getPixelFormat(), c.hal);
         EXPECT_EQ(gb->getUsage(), 0x130u);
         EXPECT_EQ(tex.GetStride(), gb->getStride());
-        unsigned char* data = tex.GetSTDataBuf();
         ASSERT_NE(data, nullptr);
         EXPECT_EQ((uintptr_t)data, reinterpret_cast<const private_handle_t*>(gb->handle)->base);
-        ExpectBoundWithDefaults(tex.GetTexName());
         EXPECT_TRUE(log.HasExact(
             I, "GLTexture",
             GETestFormat("[Init] <ST Operation> ST %u created. alloc %u(%u) x %u x %u Bpp = %f "
@@ -132,7 +118,6 @@ TEST_F(TextureTest, StreamingTextures) {
                          Decimal(data).c_str())))
             << log.Dump();
         EXPECT_TRUE(log.HasExact(I, "GLTexture", "[GetSTDataBuf] addr " + Decimal(data)));
-
         // An ST is not updated through glTexImage2D.
         EXPECT_EQ(tex.UpdateNormalTexture(data, c.w, c.h), 0);
         EXPECT_TRUE(log.HasExact(

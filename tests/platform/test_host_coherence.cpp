@@ -118,6 +118,19 @@ void ExpectCpu(const Format& f, GraphicBuffer* gb, int seed, const char* what) {
         << what << ", format " << f.hal << " seed " << seed;
 }
 
+// A new RGBA texture, not bound to any buffer, of its own pattern 8; its name
+// the first one generated at or above `atLeast`.
+GLuint OwnTexture(GLuint atLeast) {
+    GLuint tex = 0;
+    do {
+        glGenTextures(1, &tex);
+    } while (tex < atLeast);
+    glBindTexture(GL_TEXTURE_2D, tex);
+    std::vector<unsigned char> own = CpuBytes(kRGBA, 8);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, kW, kH, 0, GL_RGBA, GL_UNSIGNED_BYTE, own.data());
+    return tex;
+}
+
 // A graphics buffer of format `f` bound to a texture through an image.
 struct Bound {
     explicit Bound(const Format& f, int seed = -1) : gb(new GraphicBuffer(kW, kH, f.hal, 0x130)) {
@@ -214,11 +227,7 @@ TEST_F(HostCoherence, EndedBindingsAreLeftAlone) {
     // its own pixels.
     Bound d(kRGBA);
     glDeleteTextures(1, &d.tex);
-    GLuint other = 0;
-    glGenTextures(1, &other);
-    glBindTexture(GL_TEXTURE_2D, other);
-    std::vector<unsigned char> own = CpuBytes(kRGBA, 8);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, kW, kH, 0, GL_RGBA, GL_UNSIGNED_BYTE, own.data());
+    GLuint other = OwnTexture(0);
     Write(kRGBA, d.gb.get(), 9);
     EXPECT_EQ(0, HostClean(d.gb.get()));
     ExpectSampled(kRGBA, other, 8, "new texture");
@@ -266,14 +275,8 @@ TEST_F(HostCoherence, BindingOfAnotherContextIsSkipped) {
     ASSERT_TRUE(eglMakeCurrent(dpy, surface, surface, mine));
 
     // The same name in this context is a texture of its own.
-    GLuint ours = 0;
-    do {
-        glGenTextures(1, &ours);
-    } while (ours < theirs);
+    GLuint ours = OwnTexture(theirs);
     ASSERT_EQ(theirs, ours);
-    glBindTexture(GL_TEXTURE_2D, ours);
-    std::vector<unsigned char> own = CpuBytes(kRGBA, 8);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, kW, kH, 0, GL_RGBA, GL_UNSIGNED_BYTE, own.data());
     Write(kRGBA, gb.get(), 9);
     EXPECT_EQ(0, HostClean(gb.get()));
     ExpectSampled(kRGBA, ours, 8, "this context's texture");
