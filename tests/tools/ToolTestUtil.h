@@ -75,6 +75,15 @@ private:
     std::string m_path;
 };
 
+// Whether text holds part, for EXPECT_TRUE and EXPECT_FALSE (a failure shows
+// the text).
+inline ::testing::AssertionResult Contains(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) {
+        return ::testing::AssertionSuccess() << "\"" << part << "\" is in:\n" << text;
+    }
+    return ::testing::AssertionFailure() << "\"" << part << "\" is not in:\n" << text;
+}
+
 inline bool Exists(const std::string& path) {
     FILE* f = fopen(path.c_str(), "rb");
     if (f) {

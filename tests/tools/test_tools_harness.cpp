@@ -13,6 +13,7 @@
 #include "imageio.h"
 #include "options.h"
 
+using tooltest::Contains;
 using tooltest::Exists;
 using tooltest::Nv21Pattern;
 using tooltest::RunOnce;
@@ -79,11 +80,11 @@ TEST(ToolHarnessLibrary, MissingOrForeignLibrariesAreErrors) {
     PostEffectLibrary lib;
     std::string err;
     EXPECT_FALSE(lib.Open("/no/such/libposteffect.so", &err));
-    EXPECT_NE(std::string::npos, err.find("/no/such/libposteffect.so"));
+    EXPECT_TRUE(Contains(err, "/no/such/libposteffect.so"));
     EXPECT_EQ(nullptr, lib.Create());
     // A real library without the two entry points.
     EXPECT_FALSE(lib.Open("libm.so.6", &err));
-    EXPECT_NE(std::string::npos, err.find("createPostEffect"));
+    EXPECT_TRUE(Contains(err, "createPostEffect"));
     EXPECT_EQ(nullptr, lib.Create());
 }
 
@@ -118,7 +119,7 @@ TEST_F(HarnessTest, EffectThatDoesNotComeUpIsSkipped) {
     const NV21Frame frame = Nv21Pattern(64, 32, 1);
     const RunResult result = RunOnce(m_lib, "GPU-effect=5", frame, &frame, 4);
     EXPECT_FALSE(result.m_bRan);
-    EXPECT_NE(std::string::npos, result.m_strNote.find("returned 2")) << result.m_strNote;
+    EXPECT_TRUE(Contains(result.m_strNote, "returned 2"));
     EXPECT_EQ(
         "create | start | setParameters GPU-effect=5 | startPreview 64x32 | handlePreview 0 | "
         "stopPreview | stop | destroy",
@@ -159,8 +160,8 @@ TEST_F(HarnessTest, ToolRunWithChosenEffectWritesItsFiles) {
     opts.m_strOutDir = dir.Path("out");
     const ToolRun run = Tool(opts, "/unused.png");
     ASSERT_EQ(0, run.nExit) << run.strErr;
-    EXPECT_NE(std::string::npos, run.strOut.find("none (0)")) << run.strOut;
-    EXPECT_NE(std::string::npos, run.strOut.find("Mirror (8)")) << run.strOut;
+    EXPECT_TRUE(Contains(run.strOut, "none (0)"));
+    EXPECT_TRUE(Contains(run.strOut, "Mirror (8)"));
 
     // The raw capture is the picture as NV21, changed by the stand-in; the
     // capture picture is the same in RGB.
@@ -199,10 +200,10 @@ TEST_F(HarnessTest, ToolRunOfAllEffectsSkipsAndWritesTheSheet) {
     // The default picture is used when no input is named.
     const ToolRun run = Tool(opts, dir.Path("in.jpg"));
     ASSERT_EQ(0, run.nExit) << run.strErr;
-    EXPECT_NE(std::string::npos, run.strOut.find("in.jpg (80x60)")) << run.strOut;
-    EXPECT_NE(std::string::npos, run.strOut.find("DOTS (5)                 skipped")) << run.strOut;
-    EXPECT_NE(std::string::npos, run.strOut.find("Color Sketch (18)")) << run.strOut;
-    EXPECT_NE(std::string::npos, run.strOut.find("(17 effects)")) << run.strOut;
+    EXPECT_TRUE(Contains(run.strOut, "in.jpg (80x60)"));
+    EXPECT_TRUE(Contains(run.strOut, "DOTS (5)                 skipped"));
+    EXPECT_TRUE(Contains(run.strOut, "Color Sketch (18)"));
+    EXPECT_TRUE(Contains(run.strOut, "(17 effects)"));
     RGBImage sheet;
     ASSERT_TRUE(ReadImage(dir.Path("posteffect-contact.png"), &sheet, &err)) << err;
     // Original plus 17 effects in three columns: six rows of cells.
@@ -224,20 +225,20 @@ TEST_F(HarnessTest, ToolReportsBadInputAndLibrary) {
     opts.m_strInput = dir.Path("junk.png");
     ToolRun run = Tool(opts, "");
     EXPECT_EQ(1, run.nExit);
-    EXPECT_NE(std::string::npos, run.strErr.find("junk.png")) << run.strErr;
+    EXPECT_TRUE(Contains(run.strErr, "junk.png"));
     // Raw NV21 of the wrong length.
     opts.m_bNv21 = true;
     opts.m_nNv21Width = 64;
     opts.m_nNv21Height = 32;
     run = Tool(opts, "");
     EXPECT_EQ(1, run.nExit);
-    EXPECT_NE(std::string::npos, run.strErr.find("NV21 of 64x32")) << run.strErr;
+    EXPECT_TRUE(Contains(run.strErr, "NV21 of 64x32"));
     // A good input and no library.
     opts.m_strInput = dir.Path("in.nv21");
     opts.m_strLib = dir.Path("nolib.so");
     run = Tool(opts, "");
     EXPECT_EQ(1, run.nExit);
-    EXPECT_NE(std::string::npos, run.strErr.find("nolib.so")) << run.strErr;
+    EXPECT_TRUE(Contains(run.strErr, "nolib.so"));
     // With the stand-in it runs; the requested effect that does not come up
     // makes the exit code 1.
     opts.m_strLib.clear();

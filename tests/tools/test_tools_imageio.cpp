@@ -121,21 +121,6 @@ TEST(ToolImageFormat, SniffAndExtension) {
     EXPECT_EQ(kFormatUnknown, FormatFromPath("png"));
 }
 
-TEST(ToolImagePng, RoundTripIsExact) {
-    for (const auto& size : {std::make_pair(1, 1), std::make_pair(7, 3), std::make_pair(64, 33)}) {
-        const RGBImage img = Noise(size.first, size.second, 7);
-        std::vector<uint8_t> data;
-        std::string err;
-        ASSERT_TRUE(EncodePng(img, &data, &err)) << err;
-        EXPECT_EQ(kFormatPng, SniffImageFormat(data.data(), data.size()));
-        RGBImage back;
-        ASSERT_TRUE(DecodeImage(data.data(), data.size(), &back, &err)) << err;
-        EXPECT_EQ(img.m_nWidth, back.m_nWidth);
-        EXPECT_EQ(img.m_nHeight, back.m_nHeight);
-        EXPECT_EQ(img.m_vPixels, back.m_vPixels);
-    }
-}
-
 TEST(ToolImageDecode, OtherLayoutsComeOutAsRgb) {
     RGBImage img;
     std::string err;
@@ -248,26 +233,27 @@ TEST(ToolImageBad, NothingToEncode) {
     EXPECT_FALSE(EncodeJpeg(broken, 90, &data, &err));
 }
 
-TEST(ToolImageFiles, WriteAndReadByExtension) {
+// PNG files come back exactly, odd widths and single pixels too; the
+// content decides how a file is read, the name how it is written.
+TEST(ToolImageFiles, RoundTripByExtension) {
     TempDir dir;
-    const RGBImage img = Gradient(32, 16);
     std::string err;
-    ASSERT_TRUE(WriteImage(dir.Path("a.png"), img, &err)) << err;
-    ASSERT_TRUE(WriteImage(dir.Path("b.JPG"), img, &err)) << err;
+    RGBImage back;
+    for (const RGBImage& img : {Noise(1, 1, 7), Noise(7, 3, 7), Noise(64, 33, 7)}) {
+        ASSERT_TRUE(WriteImage(dir.Path("a.png"), img, &err)) << err;
+        ASSERT_TRUE(ReadImage(dir.Path("a.png"), &back, &err)) << err;
+        EXPECT_EQ(img.m_nWidth, back.m_nWidth);
+        EXPECT_EQ(img.m_vPixels, back.m_vPixels);
+    }
+    ASSERT_TRUE(WriteImage(dir.Path("b.JPG"), Gradient(32, 16), &err)) << err;
     std::vector<uint8_t> bytes;
     ASSERT_TRUE(ReadFileBytes(dir.Path("a.png"), &bytes, &err));
     EXPECT_EQ(kFormatPng, SniffImageFormat(bytes.data(), bytes.size()));
     ASSERT_TRUE(ReadFileBytes(dir.Path("b.JPG"), &bytes, &err));
     EXPECT_EQ(kFormatJpeg, SniffImageFormat(bytes.data(), bytes.size()));
-    RGBImage back;
-    ASSERT_TRUE(ReadImage(dir.Path("a.png"), &back, &err)) << err;
-    EXPECT_EQ(img.m_vPixels, back.m_vPixels);
-    ASSERT_TRUE(ReadImage(dir.Path("b.JPG"), &back, &err)) << err;
-    EXPECT_EQ(32, back.m_nWidth);
-    // The content decides, not the name.
     ASSERT_EQ(0, rename(dir.Path("a.png").c_str(), dir.Path("a.jpg").c_str()));
     ASSERT_TRUE(ReadImage(dir.Path("a.jpg"), &back, &err)) << err;
-    EXPECT_EQ(img.m_vPixels, back.m_vPixels);
+    EXPECT_EQ(Noise(64, 33, 7).m_vPixels, back.m_vPixels);
 }
 
 TEST(ToolImageFiles, ErrorsNameTheFile) {
