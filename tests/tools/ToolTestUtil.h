@@ -36,26 +36,6 @@ inline RGBImage Solid(int w, int h, uint8_t r, uint8_t g, uint8_t b) {
     return Painted(w, h, [&c](int, int, uint8_t* p) { memcpy(p, c, 3); });
 }
 
-// A frame whose luma differs in every row and column and whose chroma varies
-// gently, so that every colour stays inside the RGB cube (no clamping on the
-// way through the GPU).
-inline NV21Frame Nv21Pattern(int w, int h, int nBase) {
-    NV21Frame f;
-    f.Resize(w, h);
-    for (int r = 0; r < h; ++r) {
-        for (int c = 0; c < w; ++c) {
-            f.Luma()[r * w + c] = uint8_t(nBase + r + c);
-        }
-    }
-    for (int k = 0; k < h / 2; ++k) {
-        for (int j = 0; j < w / 2; ++j) {
-            f.Chroma()[k * w + 2 * j] = uint8_t(128 + ((j % 8) - 4) * 3);
-            f.Chroma()[k * w + 2 * j + 1] = uint8_t(128 + ((k % 8) - 4) * 3);
-        }
-    }
-    return f;
-}
-
 // A fresh folder under /tmp, removed with its contents at the end.
 class TempDir {
 public:

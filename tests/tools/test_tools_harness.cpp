@@ -15,13 +15,22 @@
 
 using tooltest::Contains;
 using tooltest::Exists;
-using tooltest::Nv21Pattern;
 using tooltest::RunOnce;
 using tooltest::RunToolCaught;
 using tooltest::TempDir;
 using tooltest::ToolRun;
 
 namespace {
+
+// A frame of bytes that differ from their neighbours.
+NV21Frame Pattern(int w, int h, int nSeed) {
+    NV21Frame f;
+    f.Resize(w, h);
+    for (size_t i = 0; i < f.m_vData.size(); ++i) {
+        f.m_vData[i] = uint8_t(i * 7 + size_t(nSeed));
+    }
+    return f;
+}
 
 // What the stand-in makes of a frame.
 NV21Frame Changed(const NV21Frame& in) {
@@ -89,8 +98,8 @@ TEST(ToolHarnessLibrary, MissingOrForeignLibrariesAreErrors) {
 }
 
 TEST_F(HarnessTest, CameraOrderOffsetsAndResults) {
-    const NV21Frame preview = Nv21Pattern(64, 32, 1);
-    const NV21Frame capture = Nv21Pattern(96, 50, 2);
+    const NV21Frame preview = Pattern(64, 32, 1);
+    const NV21Frame capture = Pattern(96, 50, 2);
     const int anCrop[4] = {4, 6, 32, 16};
     const RunResult result =
         RunOnce(m_lib, "GPU-effect=9;GE-param0=1,2,3,4", preview, &capture, 4, anCrop);
@@ -116,7 +125,7 @@ TEST_F(HarnessTest, CameraOrderOffsetsAndResults) {
 }
 
 TEST_F(HarnessTest, EffectThatDoesNotComeUpIsSkipped) {
-    const NV21Frame frame = Nv21Pattern(64, 32, 1);
+    const NV21Frame frame = Pattern(64, 32, 1);
     const RunResult result = RunOnce(m_lib, "GPU-effect=5", frame, &frame, 4);
     EXPECT_FALSE(result.m_bRan);
     EXPECT_TRUE(Contains(result.m_strNote, "returned 2"));
@@ -128,7 +137,7 @@ TEST_F(HarnessTest, EffectThatDoesNotComeUpIsSkipped) {
 }
 
 TEST_F(HarnessTest, OneFrameNoCaptureEffectZero) {
-    const NV21Frame preview = Nv21Pattern(32, 32, 3);
+    const NV21Frame preview = Pattern(32, 32, 3);
     const RunResult result = RunOnce(m_lib, "GPU-effect=0", preview, nullptr, 1);
     EXPECT_TRUE(result.m_bRan);
     EXPECT_EQ(-1.0, result.m_dPreviewMeanMs);
