@@ -1,6 +1,6 @@
 // The effect base class: Init's crop and fence, SetCrop's validation, the
-// refusals shared by the capture walks, and the tiles and source rectangles
-// of the run walk and of the crop-aware nested walk.
+// refusals shared by the capture walks, and the tiles, source rectangles and
+// texture coordinates of the run walk and of the crop-aware nested walk.
 #include <GLES2/gl2.h>
 #include <android/log.h>
 #include <gtest/gtest.h>
@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
-#include "EngineTestUtil.h"
+#include "GETestEngine.h"
 #include "GETestGL.h"
 #include "GETestLog.h"
 #include "engine/GEShader.h"
 #include "gl/GLTexture.h"
 
-using namespace enginetest;
+using namespace getest;
 
 namespace {
 
@@ -27,10 +27,8 @@ GELogTag s_probeLog("GEWalkProbe");
 
 // What ProcBlock saw for one tile.
 struct Block {
-    unsigned a, b;
     int W, H;
     Rect tile;
-    unsigned renderW, renderH;
     unsigned run, maxRun;
     GLfloat tex[8], global[8];
 };
@@ -58,19 +56,15 @@ public:
         return GEShader::Deinit();
     }
     int ProcBlock(unsigned a, unsigned b, int W, int H) override {
-        Block blk;
-        blk.a = a;
-        blk.b = b;
-        blk.W = W;
-        blk.H = H;
-        blk.tile = Rect{(int)m_nTileX, (int)m_nTileY, (int)m_nTileW, (int)m_nTileH};
-        blk.renderW = m_nRenderW;
-        blk.renderH = m_nRenderH;
-        blk.run = m_nRun;
-        blk.maxRun = m_nMaxRun;
-        memcpy(blk.tex, m_fTileTexCoord, sizeof(blk.tex));
-        memcpy(blk.global, m_fGlobalTexCoord, sizeof(blk.global));
-        m_blocks.push_back(blk);
+        EXPECT_EQ(0u, a | b);
+        if (!m_bCropped) {  // the render rectangle is the tile's size
+            EXPECT_EQ(m_nTileW, m_nRenderW);
+            EXPECT_EQ(m_nTileH, m_nRenderH);
+        }
+        const Rect tile = {(int)m_nTileX, (int)m_nTileY, (int)m_nTileW, (int)m_nTileH};
+        m_blocks.push_back({W, H, tile, m_nRun, m_nMaxRun, {}, {}});
+        memcpy(m_blocks.back().tex, m_fTileTexCoord, sizeof(Block::tex));
+        memcpy(m_blocks.back().global, m_fGlobalTexCoord, sizeof(Block::global));
         return 1;
     }
     int ProcFrame(unsigned, unsigned, int, int) override { return 0; }
@@ -87,11 +81,7 @@ public:
         }
         return r;
     }
-
-    using GEShader::m_fCropH;
-    using GEShader::m_fCropW;
-    using GEShader::m_fCropX;
-    using GEShader::m_fCropY;
+    std::vector<float> Crop() const { return {m_fCropX, m_fCropY, m_fCropW, m_fCropH}; }
     using GEShader::m_nMaxRun;
 
     bool m_bCropped = false;
@@ -99,9 +89,18 @@ public:
     std::vector<Block> m_blocks;
 };
 
-void ExpectCoords(const GLfloat* got, const std::vector<float>& want, const char* what) {
+// The tile texture coordinates (0, t), (0, 0), (s, 0), (s, t) and the global
+// ones of the tile (x, y, w, h) of a W x H picture, in the quad's order.
+void ExpectCoords(const Block& b, float s, float t, float W, float H) {
+    const float x0 = b.tile.x / W, y0 = b.tile.y / H;
+    const float x1 = (b.tile.x + b.tile.w) / W, y1 = (b.tile.y + b.tile.h) / H;
+    const float tex[8] = {0, t, 0, 0, s, 0, s, t};
+    const float global[8] = {x0, y1, x0, y0, x1, y0, x1, y1};
     for (int i = 0; i < 8; ++i) {
-        EXPECT_NEAR(want[i], got[i], 1e-6) << what << " component " << i;
+        EXPECT_NEAR(tex[i], b.tex[i], 1e-6)
+            << "tile texture coordinate " << i << " of run " << b.run;
+        EXPECT_NEAR(global[i], b.global[i], 1e-6)
+            << "global coordinate " << i << " of run " << b.run;
     }
 }
 
@@ -119,16 +118,16 @@ protected:
     }
     // A capture instance over the 64 x 32 texture, fed by m_conv.
     void Up() { ASSERT_EQ(1, m_probe.Init(m_pTex, 0, 0, 0, 64, 32, 1, &m_conv)); }
-    // Runs a capture of W x H and returns its result.
     int Capture(int W, int H) {
         m_probe.m_blocks.clear();
-        m_conv.m_rects.clear();
-        m_out.assign(W > 0 && H > 0 ? (size_t)W * H * 3 / 2 + 64 : 64, 0);
+        m_conv.rects.clear();
+        m_conv.calls.clear();
+        m_out.assign(W > 0 && H > 0 ? (size_t)W * H * 3 / 2 : 0, 0);
         return m_probe.ProcFrame(nullptr, m_out.data(), W, H);
     }
 
     GLTexture* m_pTex = nullptr;
-    FakeConverter m_conv{nullptr, nullptr};
+    TileServer m_conv;
     WalkProbe m_probe;
     std::vector<unsigned char> m_out;
 };
@@ -136,43 +135,27 @@ protected:
 TEST_F(WalkTest, InitSetsThePictureCropAndTheCaptureFence) {
     GLTexture narrow;  // 48 wide, allocated 64
     ASSERT_EQ(1, narrow.Init(GL_RGBA, GL_UNSIGNED_BYTE, 48, 32, 1));
-    {
+    for (unsigned char capture : {0, 1}) {
         GETestLog log;
-        ASSERT_EQ(1, m_probe.Init(&narrow, 7, 0, 0, 48, 32, 0, &m_conv));
-        EXPECT_EQ(0.0f, m_probe.m_fCropX);
-        EXPECT_EQ(0.0f, m_probe.m_fCropY);
-        EXPECT_FLOAT_EQ(0.75f, m_probe.m_fCropW);
-        EXPECT_EQ(1.0f, m_probe.m_fCropH);
-        EXPECT_TRUE(log.HasExact(I, "GEShader", "[Init] enter"));
-        EXPECT_TRUE(log.HasExact(I, "GEShader", "[Init] leave"));
-        EXPECT_EQ(0, log.Count("generated"));
+        ASSERT_EQ(1, m_probe.Init(&narrow, 7, 0, 0, 48, 32, capture, &m_conv));
+        EXPECT_EQ((std::vector<float>{0.0f, 0.0f, 0.75f, 1.0f}), m_probe.Crop());
+        EXPECT_EQ(capture ? 1 : 0, log.Count("[Init] fence "));  // "... %u generated"
         m_probe.Deinit();
-    }
-    {
-        GETestLog log;
-        ASSERT_EQ(1, m_probe.Init(&narrow, 7, 0, 0, 48, 32, 1, &m_conv));
-        EXPECT_EQ(1, log.Count("[Init] fence "));
-        EXPECT_EQ(1, log.Count(" generated"));
-        m_probe.Deinit();
-        EXPECT_TRUE(log.HasExact(I, "GEShader", "[Deinit] enter"));
         EXPECT_EQ(nullptr, m_probe.GetYDataBuf());
         EXPECT_EQ(nullptr, m_probe.GetUVDataBuf());
     }
-    {
-        GETestLog log;
-        EXPECT_EQ(0, m_probe.Init(nullptr, 0, 0, 0, 48, 32, 1, &m_conv));
-        EXPECT_TRUE(log.Has(E, "GEShader", "[Init] src texture is NULL"));
-    }
+    GETestLog log;
+    EXPECT_EQ(0, m_probe.Init(nullptr, 0, 0, 0, 48, 32, 1, &m_conv));
+    EXPECT_TRUE(log.Has(E, "GEShader", "[Init] src texture is NULL"));
 }
 
 TEST(GEShaderCrop, SetCropKeepsValidCropsAndResetsTheRest) {
     WalkProbe p;
-    struct Case {
+    const float nan = nanf("");
+    const struct {
         float x, y, w, h;
         bool kept;
-    };
-    const float nan = nanf("");
-    const Case cases[] = {
+    } cases[] = {
         {0.5f, 0.5f, 0.6f, 0.6f, true},  // past the edge, still accepted
         {0.25f, 0.0f, 0.5f, 1.0f, true},   {1.0f, 1.0f, 1.0f, 1.0f, true},
         {0.0f, 0.0f, 0.0f, 1.0f, false},   {0.0f, 0.0f, 1.0f, 0.0f, false},
@@ -182,54 +165,48 @@ TEST(GEShaderCrop, SetCropKeepsValidCropsAndResetsTheRest) {
         {0.0f, 0.0f, -0.5f, 0.5f, false},  {nan, 0.0f, 0.5f, 0.5f, false},
         {0.0f, 0.0f, 0.5f, nan, false},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.x << " " << c.y << " " << c.w << " " << c.h);
         p.SetCrop(0.1f, 0.2f, 0.3f, 0.4f);  // something else first
         EXPECT_EQ(1, p.SetCrop(c.x, c.y, c.w, c.h));
-        EXPECT_EQ(c.kept ? c.x : 0.0f, p.m_fCropX);
-        EXPECT_EQ(c.kept ? c.y : 0.0f, p.m_fCropY);
-        EXPECT_EQ(c.kept ? c.w : 1.0f, p.m_fCropW);
-        EXPECT_EQ(c.kept ? c.h : 1.0f, p.m_fCropH);
+        const std::vector<float> want =
+            c.kept ? std::vector<float>{c.x, c.y, c.w, c.h} : std::vector<float>{0, 0, 1, 1};
+        EXPECT_EQ(want, p.Crop());
     }
     // The pixel form changes nothing.
     EXPECT_EQ(1, p.SetCrop(1, 2, 3, 4));
-    EXPECT_EQ(1.0f, p.m_fCropW);
+    EXPECT_EQ((std::vector<float>{0.0f, 0.0f, 1.0f, 1.0f}), p.Crop());
 }
 
 TEST_F(WalkTest, BothWalksRefuseUnderTheEffectsTag) {
-    for (int cropped = 0; cropped < 2; ++cropped) {
+    for (bool cropped : {false, true}) {
         SCOPED_TRACE(cropped ? "nested walk" : "run walk");
-        m_probe.m_bCropped = cropped != 0;
-        {
+        m_probe.m_bCropped = cropped;
+        const struct {
+            bool init;
+            unsigned char capture;
+            bool conv;
+            int W, H;
+            const char* line;
+        } cases[] = {
+            {false, 1, true, 64, 32, "[ProcFrame] effect not initialized"},
+            {true, 0, true, 64, 32, "[ProcFrame] Capture mode only"},
+            {true, 1, false, 64, 32, "[ProcFrame] callback not registered"},
+            {true, 1, true, 0, 32, "[ProcFrame] bad capture size"},
+            {true, 1, true, 64, -2, "[ProcFrame] bad capture size"},
+        };
+        for (const auto& c : cases) {
+            if (c.init) {
+                ASSERT_EQ(1, m_probe.Init(m_pTex, 0, 0, 0, 64, 32, c.capture,
+                                          c.conv ? &m_conv : nullptr));
+            }
             GETestLog log;
-            EXPECT_EQ(0, Capture(64, 32));
-            EXPECT_TRUE(log.HasExact(E, "GEWalkProbe", "[ProcFrame] effect not initialized"));
-            EXPECT_EQ(cropped ? 1 : 0, log.Count("[ProcFrame] enter"));
-        }
-        {
-            ASSERT_EQ(1, m_probe.Init(m_pTex, 0, 0, 0, 64, 32, 0, &m_conv));
-            GETestLog log;
-            EXPECT_EQ(0, Capture(64, 32));
-            EXPECT_TRUE(log.HasExact(E, "GEWalkProbe", "[ProcFrame] Capture mode only"));
+            EXPECT_EQ(0, Capture(c.W, c.H)) << c.line;
+            EXPECT_TRUE(log.Has(E, "GEWalkProbe", c.line)) << log.Dump();
+            EXPECT_TRUE(m_probe.m_blocks.empty());
+            EXPECT_TRUE(m_conv.rects.empty());
             m_probe.Deinit();
         }
-        {
-            ASSERT_EQ(1, m_probe.Init(m_pTex, 0, 0, 0, 64, 32, 1, nullptr));
-            GETestLog log;
-            EXPECT_EQ(0, Capture(64, 32));
-            EXPECT_TRUE(log.HasExact(E, "GEWalkProbe", "[ProcFrame] callback not registered"));
-            m_probe.Deinit();
-        }
-        {
-            Up();
-            GETestLog log;
-            EXPECT_EQ(0, Capture(0, 32));
-            EXPECT_EQ(0, Capture(64, -2));
-            EXPECT_EQ(2, log.Count("[ProcFrame] bad capture size"));
-            m_probe.Deinit();
-        }
-        EXPECT_TRUE(m_probe.m_blocks.empty());
-        EXPECT_TRUE(m_conv.m_rects.empty());
     }
     // Overlaps as large as the tile would never advance.
     Up();
@@ -244,43 +221,44 @@ TEST_F(WalkTest, BothWalksRefuseUnderTheEffectsTag) {
 // The run walk's tiles, written out by hand from its rules: texture-sized
 // tiles left to right and top to bottom, a right-hand tile that is not a
 // multiple of 32 wide widened and moved to end at the edge (not below 0),
-// the bottom tile never widened.
+// the bottom tile never widened, overlapping tiles advanced by the tile
+// less the overlap.
 TEST_F(WalkTest, RunWalkTiles) {
-    struct Case {
+    const struct {
         int W, H;
-        std::vector<Rect> tiles;
-        std::vector<Rect> rects;  // asked of the converter, when not the tiles
-    };
-    const Case cases[] = {
-        {64, 32, {{0, 0, 64, 32}}, {}},
-        {65, 32, {{0, 0, 64, 32}, {33, 0, 32, 32}}, {}},
-        {80, 32, {{0, 0, 64, 32}, {48, 0, 32, 32}}, {}},
-        {100, 40, {{0, 0, 64, 32}, {36, 0, 64, 32}, {0, 32, 64, 8}, {36, 32, 64, 8}}, {}},
-        {160,
-         80,
-         {{0, 0, 64, 32},
-          {64, 0, 64, 32},
-          {128, 0, 32, 32},
-          {0, 32, 64, 32},
-          {64, 32, 64, 32},
-          {128, 32, 32, 32},
-          {0, 64, 64, 16},
-          {64, 64, 64, 16},
-          {128, 64, 32, 16}},
-         {}},
+        unsigned ovX, ovY;
+        const char* tiles;
+        const char* rects;  // asked of the converter, when not the tiles
+    } cases[] = {
+        {64, 32, 0, 0, "0,0,64,32", nullptr},
+        {65, 32, 0, 0, "0,0,64,32 33,0,32,32", nullptr},
+        {80, 32, 0, 0, "0,0,64,32 48,0,32,32", nullptr},
+        {100, 40, 0, 0, "0,0,64,32 36,0,64,32 0,32,64,8 36,32,64,8", nullptr},
+        {160, 80, 0, 0,
+         "0,0,64,32 64,0,64,32 128,0,32,32 0,32,64,32 64,32,64,32 128,32,32,32 "
+         "0,64,64,16 64,64,64,16 128,64,32,16",
+         nullptr},
         // Narrower than 32: the tile keeps 32 at x 0, the converter is
         // asked for the image's width only.
-        {16, 20, {{0, 0, 32, 20}}, {{0, 0, 16, 20}}},
-        {20, 64, {{0, 0, 32, 32}, {0, 32, 32, 32}}, {{0, 0, 20, 32}, {0, 32, 20, 32}}},
+        {16, 20, 0, 0, "0,0,32,20", "0,0,16,20"},
+        {20, 64, 0, 0, "0,0,32,32 0,32,32,32", "0,0,20,32 0,32,20,32"},
+        // Steps of 48 across and 24 down; the fourth column's 16-pixel
+        // remainder becomes a 32-wide tile at 128.
+        {160, 64, 16, 8,
+         "0,0,64,32 48,0,64,32 96,0,64,32 128,0,32,32 0,24,64,32 48,24,64,32 96,24,64,32 "
+         "128,24,32,32 0,48,64,16 48,48,64,16 96,48,64,16 128,48,32,16",
+         nullptr},
     };
     Up();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.W << " x " << c.H);
+        m_probe.m_nOvX = c.ovX;
+        m_probe.m_nOvY = c.ovY;
         GETestLog log;
         ASSERT_EQ(1, Capture(c.W, c.H));
-        EXPECT_EQ(ToString(c.tiles), ToString(m_probe.Tiles()));
-        EXPECT_EQ(ToString(c.rects.empty() ? c.tiles : c.rects), ToString(m_conv.m_rects));
-        const unsigned n = (unsigned)c.tiles.size();
+        EXPECT_EQ(c.tiles, ToString(m_probe.Tiles()));
+        EXPECT_EQ(c.rects ? c.rects : c.tiles, ToString(m_conv.rects));
+        const unsigned n = (unsigned)m_probe.m_blocks.size();
         EXPECT_TRUE(log.HasExact(I, "GEWalkProbe",
                                  "[ProcFrame] fImgWidth=" + std::to_string(c.W) +
                                      ", fImgHeight=" + std::to_string(c.H) +
@@ -288,146 +266,68 @@ TEST_F(WalkTest, RunWalkTiles) {
         EXPECT_EQ((int)n, log.Count(">> run "));
         EXPECT_TRUE(log.HasExact(I, "GEWalkProbe",
                                  ">> run 0 ==================================================="));
-        EXPECT_TRUE(log.HasExact(I, "GEWalkProbe", "[ProcFrame] leave"));
         EXPECT_EQ(0u, m_probe.m_nMaxRun);
         for (size_t i = 0; i < m_probe.m_blocks.size(); ++i) {
             const Block& b = m_probe.m_blocks[i];
             EXPECT_EQ(i, b.run);
             EXPECT_EQ(n, b.maxRun);
-            EXPECT_EQ(0u, b.a);
-            EXPECT_EQ(0u, b.b);
             EXPECT_EQ(c.W, b.W);
             EXPECT_EQ(c.H, b.H);
-            EXPECT_EQ((unsigned)b.tile.w, b.renderW);
-            EXPECT_EQ((unsigned)b.tile.h, b.renderH);
+            // The tile's part of the texture; its place in the picture.
+            ExpectCoords(b, b.tile.w / 64.0f, b.tile.h / 32.0f, (float)c.W, (float)c.H);
         }
         // The converter writes into the texture's buffer, rows of its
         // stride, nProcH rows.
-        for (size_t i = 0; i < m_conv.m_dst.size(); ++i) {
-            EXPECT_EQ((void*)m_pTex->GetSTDataBuf(), m_conv.m_dst[i]);
-            EXPECT_EQ(64, m_conv.m_dw[i]);
-            EXPECT_EQ(32, m_conv.m_dh[i]);
+        for (const TileServer::Call& call : m_conv.calls) {
+            EXPECT_EQ((void*)m_pTex->GetSTDataBuf(), call.dst);
+            EXPECT_EQ(64, call.dw);
+            EXPECT_EQ(32, call.dh);
         }
     }
-}
-
-TEST_F(WalkTest, RunWalkTextureAndGlobalCoordinates) {
-    Up();
-    ASSERT_EQ(1, Capture(160, 80));
-    ASSERT_EQ(9u, m_probe.m_blocks.size());
-    // First tile: the whole texture; its place in the picture.
-    ExpectCoords(m_probe.m_blocks[0].tex, {0, 1, 0, 0, 1, 0, 1, 1}, "tile 0");
-    ExpectCoords(m_probe.m_blocks[0].global, {0, 0.4f, 0, 0, 0.4f, 0, 0.4f, 0.4f}, "global 0");
-    // (128, 64, 32, 16): half the texture each way, the picture's corner.
-    ExpectCoords(m_probe.m_blocks[8].tex, {0, 0.5f, 0, 0, 0.5f, 0, 0.5f, 0.5f}, "tile 8");
-    ExpectCoords(m_probe.m_blocks[8].global, {0.8f, 1, 0.8f, 0.8f, 1, 0.8f, 1, 1}, "global 8");
-    // (64, 32, 64, 32).
-    ExpectCoords(m_probe.m_blocks[4].global, {0.4f, 0.8f, 0.4f, 0.4f, 0.8f, 0.4f, 0.8f, 0.8f},
-                 "global 4");
-}
-
-TEST_F(WalkTest, RunWalkWithOverlapsAdvancesByTheTileLessTheOverlap) {
-    Up();
-    m_probe.m_nOvX = 16;
-    m_probe.m_nOvY = 8;
-    ASSERT_EQ(1, Capture(160, 64));
-    // Steps of 48 across and 24 down; the fourth column's 16-pixel remainder
-    // becomes a 32-wide tile at 128.
-    std::vector<Rect> want;
-    const int rows[3][2] = {{0, 32}, {24, 32}, {48, 16}};
-    for (const auto& r : rows) {
-        want.push_back({0, r[0], 64, r[1]});
-        want.push_back({48, r[0], 64, r[1]});
-        want.push_back({96, r[0], 64, r[1]});
-        want.push_back({128, r[0], 32, r[1]});
-    }
-    EXPECT_EQ(ToString(want), ToString(m_probe.Tiles()));
-    EXPECT_EQ(ToString(want), ToString(m_conv.m_rects));
-    ASSERT_FALSE(m_probe.m_blocks.empty());
-    EXPECT_EQ(12u, m_probe.m_blocks[0].maxRun);
 }
 
 // The nested walk's source rectangles: sx = trunc(W cx + x cw) made even,
 // sy = trunc(H cy + y ch), sw = trunc(w cw) rounded up to 32,
-// sh = trunc(h ch), worked out by hand for a 128 x 64 capture of 64 x 32
-// tiles; the tiles themselves do not depend on the crop.
+// sh = trunc(h ch), worked out by hand; the tiles themselves do not depend
+// on the crop, and a right-hand tile is widened in place.
 TEST_F(WalkTest, NestedWalkRectanglesFollowTheCrop) {
-    struct Case {
+    const char* quad = "0,0,64,32 64,0,64,32 0,32,64,32 64,32,64,32";
+    const struct {
+        int W, H;
         float cx, cy, cw, ch;
-        std::vector<Rect> rects;
-        float s, t;  // far corner of the tile texture coordinates
-    };
-    const Case cases[] = {
-        {0, 0, 1, 1, {{0, 0, 64, 32}, {64, 0, 64, 32}, {0, 32, 64, 32}, {64, 32, 64, 32}}, 1, 1},
-        {0.5f,
-         0.25f,
-         0.5f,
-         0.5f,
-         {{64, 16, 32, 16}, {96, 16, 32, 16}, {64, 32, 32, 16}, {96, 32, 32, 16}},
-         0.5f,
-         0.5f},
+        const char *tiles, *rects;
+        float s, t;  // far corner of the last tile's texture coordinates
+    } cases[] = {
+        {128, 64, 0, 0, 1, 1, quad, quad, 1, 1},
+        {128, 64, 0.5f, 0.25f, 0.5f, 0.5f, quad, "64,16,32,16 96,16,32,16 64,32,32,16 96,32,32,16",
+         0.5f, 0.5f},
         // 1/128: sx 1 and 33 are made even.
-        {0.0078125f,
-         0,
-         0.5f,
-         1,
-         {{2, 0, 32, 32}, {34, 0, 32, 32}, {2, 32, 32, 32}, {34, 32, 32, 32}},
-         0.5f,
+        {128, 64, 0.0078125f, 0, 0.5f, 1, quad, "2,0,32,32 34,0,32,32 2,32,32,32 34,32,32,32", 0.5f,
          1},
-        // sw = 48 rounded up to 64; at sx 80 that passes the edge and is cut
-        // to 48.
-        {0.25f,
-         0,
-         0.75f,
-         1,
-         {{32, 0, 64, 32}, {80, 0, 48, 32}, {32, 32, 64, 32}, {80, 32, 48, 32}},
-         0.75f,
+        // sw = 48 rounded up to 64; at sx 80 that passes the edge: cut to 48.
+        {128, 64, 0.25f, 0, 0.75f, 1, quad, "32,0,64,32 80,0,48,32 32,32,64,32 80,32,48,32", 0.75f,
          1},
         // Past the edge: used as the crop (0.5, 0.5, 0.5, 0.5).
-        {0.5f,
-         0.5f,
-         0.6f,
-         0.6f,
-         {{64, 32, 32, 16}, {96, 32, 32, 16}, {64, 48, 32, 16}, {96, 48, 32, 16}},
-         0.5f,
-         0.5f},
+        {128, 64, 0.5f, 0.5f, 0.6f, 0.6f, quad, "64,32,32,16 96,32,32,16 64,48,32,16 96,48,32,16",
+         0.5f, 0.5f},
+        // The widened right-hand tile's rectangle stops at the image's edge.
+        {80, 48, 0, 0, 1, 1, "0,0,64,32 64,0,32,32 0,32,64,16 64,32,32,16",
+         "0,0,64,32 64,0,16,32 0,32,64,16 64,32,16,16", 0.5f, 0.5f},
     };
     Up();
     m_probe.m_bCropped = true;
-    const std::vector<Rect> tiles = {
-        {0, 0, 64, 32}, {64, 0, 64, 32}, {0, 32, 64, 32}, {64, 32, 64, 32}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.cx << " " << c.cy << " " << c.cw << " " << c.ch);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.W << "x" << c.H << " crop " << c.cx << " " << c.cy
+                                        << " " << c.cw << " " << c.ch);
         ASSERT_EQ(1, m_probe.SetCrop(c.cx, c.cy, c.cw, c.ch));
         GETestLog log;
-        ASSERT_EQ(1, Capture(128, 64));
-        EXPECT_EQ(ToString(c.rects), ToString(m_conv.m_rects));
-        EXPECT_EQ(ToString(tiles), ToString(m_probe.Tiles()));
+        ASSERT_EQ(1, Capture(c.W, c.H));
+        EXPECT_EQ(c.rects, ToString(m_conv.rects));
+        EXPECT_EQ(c.tiles, ToString(m_probe.Tiles()));
         ASSERT_EQ(4u, m_probe.m_blocks.size());
-        ExpectCoords(m_probe.m_blocks[3].tex, {0, c.t, 0, 0, c.s, 0, c.s, c.t}, "tile 3");
-        ExpectCoords(m_probe.m_blocks[3].global, {0.5f, 1, 0.5f, 0.5f, 1, 0.5f, 1, 1}, "global 3");
-        EXPECT_TRUE(log.HasExact(I, "GEWalkProbe", "[ProcFrame] enter"));
-        EXPECT_TRUE(log.HasExact(I, "GEWalkProbe", "[ProcFrame] leave"));
+        ExpectCoords(m_probe.m_blocks[3], c.s, c.t, (float)c.W, (float)c.H);
         EXPECT_EQ(0, log.Count(">> run"));
     }
-}
-
-TEST_F(WalkTest, NestedWalkWidensTheRightTileInPlace) {
-    Up();
-    m_probe.m_bCropped = true;
-    ASSERT_EQ(1, m_probe.SetCrop(0.0f, 0.0f, 1.0f, 1.0f));
-    ASSERT_EQ(1, Capture(80, 48));
-    const std::vector<Rect> tiles = {
-        {0, 0, 64, 32}, {64, 0, 32, 32}, {0, 32, 64, 16}, {64, 32, 32, 16}};
-    EXPECT_EQ(ToString(tiles), ToString(m_probe.Tiles()));
-    // The widened tile's rectangle stops at the image's edge.
-    const std::vector<Rect> rects = {
-        {0, 0, 64, 32}, {64, 0, 16, 32}, {0, 32, 64, 16}, {64, 32, 16, 16}};
-    EXPECT_EQ(ToString(rects), ToString(m_conv.m_rects));
-    ASSERT_EQ(4u, m_probe.m_blocks.size());
-    ExpectCoords(m_probe.m_blocks[1].tex, {0, 1, 0, 0, 0.5f, 0, 0.5f, 1}, "tile 1");
-    ExpectCoords(m_probe.m_blocks[1].global, {0.8f, 32.0f / 48, 0.8f, 0, 1.2f, 0, 1.2f, 32.0f / 48},
-                 "global 1");
 }
 
 // Whatever the crop and the size, no source rectangle leaves the image, sx
@@ -442,25 +342,14 @@ TEST_F(WalkTest, NestedWalkRectanglesStayInsideTheImage) {
         const int W = size[0], H = size[1];
         for (float cx : values) {
             for (float cw : values) {
-                if (cw == 0.0f) {
-                    continue;
-                }
-                const float cy = cx, ch = cw;
-                m_probe.SetCrop(cx, cy, cw, ch);
+                m_probe.SetCrop(cx, cx, cw, cw);
                 ASSERT_EQ(1, Capture(W, H));
-                for (const Rect& r : m_conv.m_rects) {
-                    SCOPED_TRACE(testing::Message()
-                                 << W << "x" << H << " crop " << cx << "," << cw << " rect " << r.x
-                                 << "," << r.y << "," << r.w << "," << r.h);
-                    ASSERT_GE(r.x, 0);
-                    ASSERT_GE(r.y, 0);
-                    ASSERT_EQ(0, r.x % 2);
-                    ASSERT_GE(r.w, 1);
-                    ASSERT_GE(r.h, 1);
-                    ASSERT_LE(r.x + r.w, W);
-                    ASSERT_LE(r.y + r.h, H);
-                    ASSERT_LE(r.w, 64);
-                    ASSERT_LE(r.h, 32);
+                for (const Rect& r : m_conv.rects) {
+                    SCOPED_TRACE(testing::Message() << W << "x" << H << " crop " << cx << "," << cw
+                                                    << " rect " << ToString({r}));
+                    ASSERT_TRUE(r.x >= 0 && r.y >= 0 && r.x % 2 == 0);
+                    ASSERT_TRUE(r.w >= 1 && r.h >= 1 && r.w <= 64 && r.h <= 32);
+                    ASSERT_TRUE(r.x + r.w <= W && r.y + r.h <= H);
                     ++checked;
                 }
             }

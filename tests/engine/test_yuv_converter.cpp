@@ -11,20 +11,18 @@
 #include <string>
 #include <vector>
 
-#include "EngineTestUtil.h"
+#include "GETestEngine.h"
 #include "GETestGL.h"
 #include "GETestLog.h"
 #include "engine/GEShader.h"
 #include "gl/GLFbo.h"
 #include "gl/GLTexture.h"
 
-using namespace enginetest;
+using namespace getest;
 
 namespace {
 
-const int I = ANDROID_LOG_INFO;
 const int E = ANDROID_LOG_ERROR;
-const unsigned char kPoison = 0xA5;
 
 GELogTag s_probeLog("GEConverterProbe");
 
@@ -51,48 +49,37 @@ public:
     using GEShader::m_pYUVSrcTex;
 };
 
-// RGBA test pattern, 8-bit channels.
-void PatternPixel(int x, int y, int c[4]) {
-    c[0] = (x * 37 + y * 11) % 256;
-    c[1] = (x * 13 + y * 29 + 50) % 256;
-    c[2] = (x * 5 + y * 47 + 100) % 256;
-    c[3] = 255;
-}
-
-std::vector<unsigned char> Pattern(int w, int h) {
-    std::vector<unsigned char> px((size_t)w * h * 4);
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            int c[4];
-            PatternPixel(x, y, c);
-            for (int k = 0; k < 4; ++k) {
-                px[((size_t)y * w + x) * 4 + k] = (unsigned char)c[k];
-            }
-        }
-    }
-    return px;
+// The RGBA test pattern.
+RGB PatternRGB(int x, int y) {
+    return {(x * 37 + y * 11) % 256 / 255.0, (x * 13 + y * 29 + 50) % 256 / 255.0,
+            (x * 5 + y * 47 + 100) % 256 / 255.0};
 }
 
 double PatternY(int x, int y) {
-    int c[4];
-    PatternPixel(x, y, c);
-    return LumaOf(c[0], c[1], c[2]);
+    return LumaOf(PatternRGB(x, y));
 }
 
 // V and U of the mean of the given pixels.
 void PatternVU(const std::vector<std::pair<int, int>>& pixels, double* v, double* u) {
-    double r = 0, g = 0, b = 0;
+    RGB m = {0, 0, 0};
     for (const auto& p : pixels) {
-        int c[4];
-        PatternPixel(p.first, p.second, c);
-        r += c[0];
-        g += c[1];
-        b += c[2];
+        const RGB c = PatternRGB(p.first, p.second);
+        m = {m.r + c.r / pixels.size(), m.g + c.g / pixels.size(), m.b + c.b / pixels.size()};
     }
-    const double n = (double)pixels.size();
-    *v = VOf(r / n, g / n, b / n);
-    *u = UOf(r / n, g / n, b / n);
+    *v = VOf(m);
+    *u = UOf(m);
 }
+
+// Counts bytes further than `tol` from what they should be; keeps the first.
+struct Mismatch {
+    int count = 0;
+    std::string first;
+    void Check(int got, double want, double tol, const std::string& where) {
+        if (fabs(got - want) > tol && count++ == 0) {
+            first = where + ": got " + std::to_string(got) + ", want " + std::to_string(want);
+        }
+    }
+};
 
 class ConverterTest : public GLTest {
 protected:
@@ -100,10 +87,19 @@ protected:
     // pattern into its source texture.
     void Up(int w, int h) {
         ASSERT_EQ(1, m_probe.InitYUVConverter(w, h, w, h));
-        std::vector<unsigned char> px = Pattern(w, h);
+        std::vector<unsigned char> px((size_t)w * h * 4, 255);
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const RGB c = PatternRGB(x, y);
+                unsigned char* p = &px[((size_t)y * w + x) * 4];
+                p[0] = (unsigned char)round(c.r * 255);
+                p[1] = (unsigned char)round(c.g * 255);
+                p[2] = (unsigned char)round(c.b * 255);
+            }
+        }
         ASSERT_EQ(1, m_probe.m_pYUVSrcTex->UpdateNormalTexture(px.data(), w, h));
     }
-    // Paints every texel of both output textures with a marker colour.
+    // Paints every texel of both output textures with the marker (255, 0, 255, 0).
     void PaintOutputs() {
         glClearColor(1.0f, 0.0f, 1.0f, 0.0f);
         m_probe.m_pYFbo->Bind();
@@ -112,6 +108,27 @@ protected:
         glClear(GL_COLOR_BUFFER_BIT);
         glFinish();
     }
+    // The texels of a w x h output texture that a pass changed: their
+    // bounding rectangle, and how many there are. `each` sees every one.
+    static Rect Changed(GLTexture* tex, int w, int h, int* count,
+                        const std::function<void(const unsigned char*, int, int)>& each) {
+        const std::vector<unsigned char> px = GETestReadTexture(tex->GetTexName(), w, h);
+        Rect r = {w, h, 0, 0};  // x0, y0, x1, y1 until the end
+        *count = 0;
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const unsigned char* t = &px[((size_t)y * w + x) * 4];
+                if (t[0] == 255 && t[1] == 0 && t[2] == 255 && t[3] == 0) {
+                    continue;
+                }
+                ++*count;
+                r = {std::min(r.x, x), std::min(r.y, y), std::max(r.w, x + 1),
+                     std::max(r.h, y + 1)};
+                each(t, x, y);
+            }
+        }
+        return {r.x, r.y, r.w - r.x, r.h - r.y};
+    }
     void TearDown() override {
         m_probe.Deinit();
         GLTest::TearDown();
@@ -119,260 +136,173 @@ protected:
     ConverterProbe m_probe;
 };
 
-TEST_F(ConverterTest, PlaneRowLengthAndOutputTextureSizes) {
-    struct Case {
-        int outW, outH, rowLength;
-    };
+TEST_F(ConverterTest, PlaneSizesAndRefusals) {
     // ((outW / 4 + 31) & ~31) * 4, worked out by hand.
-    const Case cases[] = {{1000, 6, 1024}, {64, 4, 128},  {128, 4, 128}, {129, 4, 128},
-                          {512, 2, 512},   {516, 3, 640}, {4, 2, 128}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.outW);
-        ASSERT_EQ(1, m_probe.InitYUVConverter(64, 32, c.outW, c.outH));
-        EXPECT_EQ(c.rowLength, m_probe.m_nYUVPlaneStride);
-        EXPECT_EQ(c.outH / 2, m_probe.m_nYUVUVHeight);
-        EXPECT_EQ((unsigned)c.rowLength / 4, m_probe.m_pYTex->GetWidth());
-        EXPECT_EQ((unsigned)c.rowLength / 4, m_probe.m_pYTex->GetStride());
-        EXPECT_EQ((unsigned)c.outH, m_probe.m_pYTex->GetHeight());
-        EXPECT_EQ((unsigned)c.rowLength / 4, m_probe.m_pUVTex->GetWidth());
-        EXPECT_EQ((unsigned)c.outH / 2, m_probe.m_pUVTex->GetHeight());
-        EXPECT_TRUE(m_probe.m_pYTex->IsST());
-        EXPECT_TRUE(m_probe.m_pUVTex->IsST());
-        EXPECT_FALSE(m_probe.m_pYUVSrcTex->IsST());
-        EXPECT_EQ(64u, m_probe.m_pYUVSrcTex->GetWidth());
-        EXPECT_EQ(32u, m_probe.m_pYUVSrcTex->GetHeight());
+    const int cases[][3] = {{1000, 6, 1024}, {64, 4, 128},  {128, 4, 128}, {129, 4, 128},
+                            {512, 2, 512},   {516, 3, 640}, {4, 2, 128}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c[0]);
+        const unsigned row = (unsigned)c[2], outH = (unsigned)c[1];
+        ASSERT_EQ(1, m_probe.InitYUVConverter(64, 32, c[0], c[1]));
+        EXPECT_EQ(c[2], m_probe.m_nYUVPlaneStride);
+        EXPECT_EQ(c[1] / 2, m_probe.m_nYUVUVHeight);
+        EXPECT_EQ((std::vector<unsigned>{row / 4, row / 4, outH, row / 4, outH / 2}),
+                  (std::vector<unsigned>{m_probe.m_pYTex->GetWidth(), m_probe.m_pYTex->GetStride(),
+                                         m_probe.m_pYTex->GetHeight(), m_probe.m_pUVTex->GetWidth(),
+                                         m_probe.m_pUVTex->GetHeight()}));
+        EXPECT_TRUE(m_probe.m_pYTex->IsST() && m_probe.m_pUVTex->IsST());
         EXPECT_EQ(m_probe.m_pYUVSrcTex, m_probe.m_pDstFbo->GetTexture());
-        EXPECT_EQ(m_probe.m_pYTex->GetSTDataBuf(), m_probe.GetYDataBuf());
-        EXPECT_EQ(m_probe.m_pUVTex->GetSTDataBuf(), m_probe.GetUVDataBuf());
     }
-}
-
-TEST_F(ConverterTest, InitLogsAndRefusesEmptySizes) {
     GETestLog log;
-    ASSERT_EQ(1, m_probe.InitYUVConverter(64, 32, 64, 32));
-    EXPECT_TRUE(log.HasExact(I, "GEShader", "[InitYUVConverter] enter"));
-    EXPECT_TRUE(log.HasExact(I, "GEShader", "[InitYUVConverter] Creating tex/FBO for Y plane"));
-    EXPECT_TRUE(log.HasExact(I, "GEShader", "[InitYUVConverter] Creating tex/FBO for UV plane"));
-    EXPECT_TRUE(log.HasExact(I, "GEShader", "[InitYUVConverter] leave"));
-    EXPECT_EQ(2, log.Count("[Load] SAMPLER_INPUT_TEX"));
-    EXPECT_EQ(2, log.Count("[Load] get locations"));
-
     EXPECT_EQ(0, m_probe.InitYUVConverter(64, 32, 0, 32));
     EXPECT_EQ(nullptr, m_probe.GetYDataBuf());
     EXPECT_EQ(0, m_probe.ConvertYUV(0, 0));
     EXPECT_TRUE(log.Has(E, "GEShader", "[ConvertYUV] converter not initialized"));
 }
 
-// The whole-source and the full-tile conversions of a known pattern,
-// compared with the formulas.
-class ConverterSizeTest : public ConverterTest,
-                          public ::testing::WithParamInterface<std::pair<int, int>> {};
-
-TEST_P(ConverterSizeTest, LumaAndChromaFollowTheFormulas) {
-    const int w = GetParam().first, h = GetParam().second;
-    Up(w, h);
-    for (int form = 0; form < 2; ++form) {
-        SCOPED_TRACE(form == 0 ? "ConvertYUV(0, 0)" : "ConvertYUV(0, 0, w, h)");
-        PaintOutputs();
-        ASSERT_EQ(1, form == 0 ? m_probe.ConvertYUV(0, 0) : m_probe.ConvertYUV(0, 0, w, h));
-        glFinish();
-        std::vector<unsigned char> y((size_t)w * h + 64, kPoison);
-        std::vector<unsigned char> uv((size_t)w * h / 2 + 64, kPoison);
-        ASSERT_EQ(1, m_probe.MemcpyYUV(y.data(), uv.data()));
-
-        Mismatch my, mc;
-        for (int r = 0; r < h; ++r) {
-            for (int c = 0; c < w; ++c) {
-                my.Check(y[(size_t)r * w + c], PatternY(c, r), 1.0,
-                         "Y(" + std::to_string(c) + "," + std::to_string(r) + ")");
-            }
-        }
-        for (int k = 0; k < h / 2; ++k) {
-            for (int i = 0; i < w / 2; ++i) {
-                double v, u;
-                PatternVU({{2 * i, 2 * k},
-                           {2 * i + 1, 2 * k},
-                           {2 * i, 2 * k + 1},
-                           {2 * i + 1, 2 * k + 1}},
-                          &v, &u);
-                const std::string at = "(" + std::to_string(i) + "," + std::to_string(k) + ")";
-                mc.Check(uv[(size_t)k * w + 2 * i], v, 2.0, "V" + at);
-                mc.Check(uv[(size_t)k * w + 2 * i + 1], u, 2.0, "U" + at);
-            }
-        }
-        EXPECT_EQ(0, my.count) << my.first;
-        EXPECT_EQ(0, mc.count) << mc.first;
-        for (size_t i = (size_t)w * h; i < y.size(); ++i) {
-            ASSERT_EQ(kPoison, y[i]) << "luma guard byte " << i;
-        }
-        for (size_t i = (size_t)w * h / 2; i < uv.size(); ++i) {
-            ASSERT_EQ(kPoison, uv[i]) << "chroma guard byte " << i;
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Sizes, ConverterSizeTest,
-                         ::testing::Values(std::make_pair(64, 32), std::make_pair(96, 48)));
-
-// A tile that reaches neither the right nor the top edge of the source gets
-// texture coordinate 0 on both axes: every texel of its viewports reads the
-// same source pixels.
-TEST_F(ConverterTest, TileThatMissesTheFarEdgesSamplesOnePlace) {
-    Up(64, 32);
-    PaintOutputs();
-    ASSERT_EQ(1, m_probe.ConvertYUV(0, 0, 32, 16));
-    glFinish();
-
-    // Luma: shifts of -1.5, -0.5, +0.5, +1.5 pixels from s = 0 with
-    // clamping and nearest filtering read pixels 0, 0, 0 and 1 of row 0.
-    std::vector<unsigned char> yTex = GETestReadTexture(m_probe.m_pYTex->GetTexName(), 32, 32);
-    const double want[4] = {PatternY(0, 0), PatternY(0, 0), PatternY(0, 0), PatternY(1, 0)};
-    Mismatch my;
-    for (int r = 0; r < 32; ++r) {
-        for (int c = 0; c < 32; ++c) {
-            const unsigned char* t = &yTex[((size_t)r * 32 + c) * 4];
-            const std::string at = std::to_string(c) + "," + std::to_string(r);
-            if (c < 8 && r < 16) {  // the Y viewport (0, 0, 8, 16)
-                for (int k = 0; k < 4; ++k) {
-                    my.Check(t[k], want[k], 1.0, at);
+// The whole-source and the full-tile conversions of the pattern, compared
+// with the formulas; nothing is written past the planes.
+TEST_F(ConverterTest, LumaAndChromaFollowTheFormulas) {
+    for (const auto& size : {std::make_pair(64, 32), std::make_pair(96, 48)}) {
+        const int w = size.first, h = size.second;
+        Up(w, h);
+        for (bool tile : {false, true}) {
+            SCOPED_TRACE(testing::Message() << w << " x " << h << (tile ? " tile" : " whole"));
+            PaintOutputs();
+            ASSERT_EQ(1, tile ? m_probe.ConvertYUV(0, 0, w, h) : m_probe.ConvertYUV(0, 0));
+            glFinish();
+            std::vector<unsigned char> y((size_t)w * h + kGuard, kPoison);
+            std::vector<unsigned char> uv((size_t)w * h / 2 + kGuard, kPoison);
+            ASSERT_EQ(1, m_probe.MemcpyYUV(y.data(), uv.data()));
+            Mismatch my, mc;
+            for (int r = 0; r < h; ++r) {
+                for (int c = 0; c < w; ++c) {
+                    my.Check(y[(size_t)r * w + c], PatternY(c, r), 1.0,
+                             "Y(" + std::to_string(c) + "," + std::to_string(r) + ")");
                 }
-            } else {
-                my.Check(t[0], 255, 0, at);
-                my.Check(t[1], 0, 0, at);
             }
-        }
-    }
-    EXPECT_EQ(0, my.count) << my.first;
-
-    // Chroma: one pixel left of s = 0 clamps to pixel 0; one pixel right
-    // falls between pixels 0 and 1 of row 0 (row 0 alone at t = 0).
-    std::vector<unsigned char> uvTex = GETestReadTexture(m_probe.m_pUVTex->GetTexName(), 32, 16);
-    double v1, u1, v2, u2;
-    PatternVU({{0, 0}}, &v1, &u1);
-    PatternVU({{0, 0}, {1, 0}}, &v2, &u2);
-    Mismatch mc;
-    for (int r = 0; r < 16; ++r) {
-        for (int c = 0; c < 32; ++c) {
-            const unsigned char* t = &uvTex[((size_t)r * 32 + c) * 4];
-            const std::string at = std::to_string(c) + "," + std::to_string(r);
-            if (c < 8 && r < 8) {  // the chroma viewport (0, 0, 8, 8)
-                mc.Check(t[0], v1, 2.0, "V1 " + at);
-                mc.Check(t[1], u1, 2.0, "U1 " + at);
-                mc.Check(t[2], v2, 2.0, "V2 " + at);
-                mc.Check(t[3], u2, 2.0, "U2 " + at);
-            } else {
-                mc.Check(t[0], 255, 0, at);
-                mc.Check(t[1], 0, 0, at);
+            for (int k = 0; k < h / 2; ++k) {
+                for (int i = 0; i < w / 2; ++i) {
+                    double v, u;
+                    PatternVU({{2 * i, 2 * k},
+                               {2 * i + 1, 2 * k},
+                               {2 * i, 2 * k + 1},
+                               {2 * i + 1, 2 * k + 1}},
+                              &v, &u);
+                    const std::string at = std::to_string(i) + "," + std::to_string(k);
+                    mc.Check(uv[(size_t)k * w + 2 * i], v, 2.0, "V" + at);
+                    mc.Check(uv[(size_t)k * w + 2 * i + 1], u, 2.0, "U" + at);
+                }
             }
+            EXPECT_EQ(0, my.count) << my.first;
+            EXPECT_EQ(0, mc.count) << mc.first;
+            ManagerRig::ExpectGuards(y, (size_t)w * h);
+            ManagerRig::ExpectGuards(uv, (size_t)w * h / 2);
         }
+        m_probe.Deinit();
     }
-    EXPECT_EQ(0, mc.count) << mc.first;
 }
 
 // The luma viewport of a tile starts at (x / 4, y), the chroma viewport at
-// (x, y) itself.
-TEST_F(ConverterTest, TileViewportsStartWhereTheRulesSay) {
+// (x, y) itself. A tile that reaches neither the right nor the top edge of
+// the source gets texture coordinate 0 on both axes, so every texel of its
+// viewports reads the same source pixels.
+TEST_F(ConverterTest, TileViewportsAndIntegerTextureCoordinates) {
     Up(64, 32);
     PaintOutputs();
     ASSERT_EQ(1, m_probe.ConvertYUV(16, 8, 32, 16));
     glFinish();
-    auto changed = [](const std::vector<unsigned char>& tex, int w, int c, int r) {
-        const unsigned char* t = &tex[((size_t)r * w + c) * 4];
-        return !(t[0] == 255 && t[1] == 0 && t[2] == 255 && t[3] == 0);
+    int n = 0;
+    auto any = [](const unsigned char*, int, int) {};
+    EXPECT_EQ("4,8,8,16", ToString({Changed(m_probe.m_pYTex, 32, 32, &n, any)}));
+    EXPECT_EQ(8 * 16, n);
+    EXPECT_EQ("16,8,8,8", ToString({Changed(m_probe.m_pUVTex, 32, 16, &n, any)}));
+    EXPECT_EQ(8 * 8, n);
+
+    PaintOutputs();
+    ASSERT_EQ(1, m_probe.ConvertYUV(0, 0, 32, 16));
+    glFinish();
+    // Luma: shifts of -1.5, -0.5, +0.5, +1.5 pixels from s = 0 with clamping
+    // and nearest filtering read pixels 0, 0, 0 and 1 of row 0.
+    const double wantY[4] = {PatternY(0, 0), PatternY(0, 0), PatternY(0, 0), PatternY(1, 0)};
+    Mismatch m;
+    auto lumaTexel = [&](const unsigned char* t, int x, int y) {
+        for (int k = 0; k < 4; ++k) {
+            m.Check(t[k], wantY[k], 1.0, "Y texel " + std::to_string(x) + "," + std::to_string(y));
+        }
     };
-    std::vector<unsigned char> yTex = GETestReadTexture(m_probe.m_pYTex->GetTexName(), 32, 32);
-    int bad = 0;
-    for (int r = 0; r < 32; ++r) {
-        for (int c = 0; c < 32; ++c) {
-            const bool inside = c >= 4 && c < 12 && r >= 8 && r < 24;  // (4, 8, 8, 16)
-            bad += changed(yTex, 32, c, r) != inside;
+    EXPECT_EQ("0,0,8,16", ToString({Changed(m_probe.m_pYTex, 32, 32, &n, lumaTexel)}));
+    EXPECT_EQ(8 * 16, n);
+    // Chroma: one pixel left of s = 0 clamps to pixel 0; one pixel right
+    // falls between pixels 0 and 1 of row 0 (row 0 alone at t = 0).
+    double want[4];
+    PatternVU({{0, 0}}, &want[0], &want[1]);
+    PatternVU({{0, 0}, {1, 0}}, &want[2], &want[3]);
+    auto chromaTexel = [&](const unsigned char* t, int x, int y) {
+        for (int k = 0; k < 4; ++k) {
+            m.Check(t[k], want[k], 2.0, "VU texel " + std::to_string(x) + "," + std::to_string(y));
         }
-    }
-    EXPECT_EQ(0, bad) << "luma texels outside / inside the viewport (4, 8, 8, 16)";
-    std::vector<unsigned char> uvTex = GETestReadTexture(m_probe.m_pUVTex->GetTexName(), 32, 16);
-    bad = 0;
-    for (int r = 0; r < 16; ++r) {
-        for (int c = 0; c < 32; ++c) {
-            const bool inside = c >= 16 && c < 24 && r >= 8 && r < 16;  // (16, 8, 8, 8)
-            bad += changed(uvTex, 32, c, r) != inside;
-        }
-    }
-    EXPECT_EQ(0, bad) << "chroma texels outside / inside the viewport (16, 8, 8, 8)";
+    };
+    EXPECT_EQ("0,0,8,8", ToString({Changed(m_probe.m_pUVTex, 32, 16, &n, chromaTexel)}));
+    EXPECT_EQ(8 * 8, n);
+    EXPECT_EQ(0, m.count) << m.first;
 }
 
-// BlockCopyYUV after a whole conversion of the 64 x 32 pattern: `yRef` and
-// `uvRef` hold the output textures' buffers.
-class BlockCopyTest : public ConverterTest {
-protected:
-    void SetUp() override {
-        ConverterTest::SetUp();
-        Up(64, 32);
-        ASSERT_EQ(1, m_probe.ConvertYUV(0, 0));
-        glFinish();
-        // The output textures' whole buffers, rows of 128 bytes.
-        ASSERT_EQ(1, m_probe.m_pYTex->clean_buffer());
-        ASSERT_EQ(1, m_probe.m_pUVTex->clean_buffer());
-        yRef.assign(m_probe.GetYDataBuf(), m_probe.GetYDataBuf() + kPitch * 32);
-        uvRef.assign(m_probe.GetUVDataBuf(), m_probe.GetUVDataBuf() + kPitch * 16);
-    }
-    static const int kPitch = 128;
-
-    // Copies block (x, y, w, h) into poisoned W x H planes (with guard bytes
-    // behind each) and checks every byte: luma rows [r0, r1) and columns
-    // [c0, c1) hold the converted luma at (c - x, r - y); chroma row r / 2 of
-    // each even r in that range holds converted chroma row (r - y) / 2 when
-    // r / 2 < H / 2; everything else is untouched.
-    void CheckCopy(int W, int H, int x, int y, int w, int h, int r0, int r1, int c0, int c1) {
-        std::vector<unsigned char> dy((size_t)W * H + 256, kPoison);
-        std::vector<unsigned char> duv((size_t)W * (H / 2) + 256, kPoison);
-        ASSERT_EQ(1, m_probe.BlockCopyYUV(dy.data(), duv.data(), W, H, x, y, w, h));
+// BlockCopyYUV after a whole conversion of the 64 x 32 pattern, into
+// poisoned W x H planes with guard bytes: luma rows [r0, r1) and columns
+// [c0, c1) hold the converted luma at (c - x, r - y); chroma row r / 2 of each
+// even r in that range holds converted chroma row (r - y) / 2 when r / 2 is
+// below H / 2; every other byte is untouched.
+TEST_F(ConverterTest, BlockCopyPlacesTrimsAndCutsBlocks) {
+    Up(64, 32);
+    ASSERT_EQ(1, m_probe.ConvertYUV(0, 0));
+    glFinish();
+    ASSERT_EQ(1, m_probe.m_pYTex->clean_buffer());
+    ASSERT_EQ(1, m_probe.m_pUVTex->clean_buffer());
+    const int kPitch = 128;  // rows of the output textures' buffers
+    const std::vector<unsigned char> yRef(m_probe.GetYDataBuf(),
+                                          m_probe.GetYDataBuf() + kPitch * 32);
+    const std::vector<unsigned char> uvRef(m_probe.GetUVDataBuf(),
+                                           m_probe.GetUVDataBuf() + kPitch * 16);
+    const struct {
+        const char* what;
+        unsigned ovX, ovY;
+        int W, H, x, y, w, h, r0, r1, c0, c1;
+    } cases[] = {
+        {"inside", 0, 0, 100, 40, 20, 6, 32, 16, 6, 22, 20, 52},
+        {"whole", 0, 0, 100, 40, 0, 0, 64, 32, 0, 32, 0, 64},
+        {"overlaps: skip 4 columns, 2 rows", 8, 4, 100, 40, 20, 6, 32, 16, 8, 22, 24, 52},
+        {"overlaps at x 0: no column skipped", 8, 4, 100, 40, 0, 6, 32, 16, 8, 22, 0, 32},
+        {"overlaps at y 0: no row skipped", 8, 4, 100, 40, 20, 0, 32, 16, 0, 16, 24, 52},
+        {"past the right and bottom edges", 0, 0, 40, 20, 24, 10, 32, 16, 10, 20, 24, 40},
+        {"before the left and top edges", 0, 0, 40, 20, -8, -2, 32, 16, 0, 14, 0, 24},
+        // Luma row 20 has no chroma row to go to.
+        {"odd height", 0, 0, 40, 21, 0, 5, 32, 16, 5, 21, 0, 32},
+        // Only what the output textures hold (32 rows of 128 bytes) is read.
+        {"larger than the outputs", 0, 0, 300, 80, 10, 4, 200, 70, 4, 36, 10, 138},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        m_probe.m_nOverlapX = c.ovX;
+        m_probe.m_nOverlapY = c.ovY;
+        const size_t ny = (size_t)c.W * c.H, nuv = (size_t)c.W * (c.H / 2);
+        std::vector<unsigned char> dy(ny + kGuard, kPoison), duv(nuv + kGuard, kPoison);
+        ASSERT_EQ(1, m_probe.BlockCopyYUV(dy.data(), duv.data(), c.W, c.H, c.x, c.y, c.w, c.h));
         Mismatch m;
         for (size_t i = 0; i < dy.size(); ++i) {
-            const int r = (int)(i / W), c = (int)(i % W);
-            const bool in = i < (size_t)W * H && r >= r0 && r < r1 && c >= c0 && c < c1;
-            m.Check(dy[i], in ? yRef[(size_t)(r - y) * kPitch + (c - x)] : kPoison, 0,
+            const int r = (int)(i / c.W), col = (int)(i % c.W);
+            const bool in = i < ny && r >= c.r0 && r < c.r1 && col >= c.c0 && col < c.c1;
+            m.Check(dy[i], in ? yRef[(size_t)(r - c.y) * kPitch + (col - c.x)] : kPoison, 0,
                     "Y byte " + std::to_string(i));
         }
         for (size_t i = 0; i < duv.size(); ++i) {
-            const int k = (int)(i / W), c = (int)(i % W);
-            const int r = 2 * k;
-            const bool in = i < (size_t)W * (H / 2) && r >= r0 && r < r1 && c >= c0 && c < c1;
-            m.Check(duv[i], in ? uvRef[(size_t)((r - y) / 2) * kPitch + (c - x)] : kPoison, 0,
+            const int r = 2 * (int)(i / c.W), col = (int)(i % c.W);
+            const bool in = i < nuv && r >= c.r0 && r < c.r1 && col >= c.c0 && col < c.c1;
+            m.Check(duv[i], in ? uvRef[(size_t)((r - c.y) / 2) * kPitch + (col - c.x)] : kPoison, 0,
                     "UV byte " + std::to_string(i));
         }
         EXPECT_EQ(0, m.count) << m.first;
     }
-
-    std::vector<unsigned char> yRef, uvRef;
-};
-
-TEST_F(BlockCopyTest, BlockLandsAtItsPlace) {
-    CheckCopy(100, 40, 20, 6, 32, 16, 6, 22, 20, 52);
-    CheckCopy(100, 40, 0, 0, 64, 32, 0, 32, 0, 64);
-}
-
-TEST_F(BlockCopyTest, OverlapTrimmingSkipsHalfTheOverlapAfterTheFirstTile) {
-    m_probe.m_nOverlapX = 8;
-    m_probe.m_nOverlapY = 4;
-    CheckCopy(100, 40, 20, 6, 32, 16, 8, 22, 24, 52);  // skip 4 columns, 2 rows
-    CheckCopy(100, 40, 0, 6, 32, 16, 8, 22, 0, 32);    // x = 0: no column skipped
-    CheckCopy(100, 40, 20, 0, 32, 16, 0, 16, 24, 52);  // y = 0: no row skipped
-}
-
-TEST_F(BlockCopyTest, BlocksPastThePlanesAreCut) {
-    // Right and bottom edges of a 40 x 20 image.
-    CheckCopy(40, 20, 24, 10, 32, 16, 10, 20, 24, 40);
-    // Left and top edges.
-    CheckCopy(40, 20, -8, -2, 32, 16, 0, 14, 0, 24);
-    // An odd height: the chroma plane has H / 2 rows, so luma row 20 has
-    // no chroma row to go to.
-    CheckCopy(40, 21, 0, 5, 32, 16, 5, 21, 0, 32);
-    // Wider and taller than the output textures' buffers (128 bytes of 32
-    // rows): only what they hold is read.
-    CheckCopy(300, 80, 10, 4, 200, 70, 4, 36, 10, 138);
-}
-
-TEST_F(BlockCopyTest, NullPlanesAreRefused) {
     GETestLog log;
     std::vector<unsigned char> uv(64 * 16, kPoison);
     EXPECT_EQ(0, m_probe.BlockCopyYUV(nullptr, uv.data(), 64, 32, 0, 0, 64, 32));
@@ -383,52 +313,42 @@ TEST_F(BlockCopyTest, NullPlanesAreRefused) {
 // CPU block copies between streaming textures, per format.
 class BlockCopyFormatTest : public GLTest {
 protected:
-    static void Fill(GLTexture* t, unsigned char seed) {
+    static std::vector<unsigned char> Fill(GLTexture* t, unsigned char seed) {
         unsigned char* p = t->GetSTDataBuf();
         const size_t n = (size_t)t->GetStride() * t->GetHeight() * t->GetBytesPerPixel();
         for (size_t i = 0; i < n; ++i) {
             p[i] = (unsigned char)(i * 7 + seed);
         }
+        return {p, p + n};
     }
     ConverterProbe m_probe;
 };
 
 TEST_F(BlockCopyFormatTest, CopiesTheBlockPixelByPixel) {
-    struct Fmt {
+    const struct {
         GLenum format, type;
         unsigned bpp;
-    };
-    const Fmt fmts[] = {{GL_RGBA, GL_UNSIGNED_BYTE, 4}, {GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 2}};
-    for (const Fmt& f : fmts) {
+    } fmts[] = {{GL_RGBA, GL_UNSIGNED_BYTE, 4}, {GL_RGB, GL_UNSIGNED_SHORT_5_6_5, 2}};
+    for (const auto& f : fmts) {
         SCOPED_TRACE(f.bpp);
         GLTexture src, dst;
         ASSERT_EQ(1, src.Init(f.format, f.type, 32, 8, 1));
         ASSERT_EQ(1, dst.Init(f.format, f.type, 64, 6, 1));
-        Fill(&src, 3);
-        Fill(&dst, 200);
-        const size_t dstBytes = (size_t)64 * 6 * f.bpp;
-        std::vector<unsigned char> before(dst.GetSTDataBuf(), dst.GetSTDataBuf() + dstBytes);
-        const unsigned char* s = src.GetSTDataBuf();
-
+        const std::vector<unsigned char> s = Fill(&src, 3);
+        std::vector<unsigned char> want = Fill(&dst, 200);
         // An inside block, then one that passes the destination's right and
         // bottom edges and is cut there.
         ASSERT_EQ(1, m_probe.BlockCopy(&dst, 3, 1, 5, 2, &src, 7, 4));
         ASSERT_EQ(1, m_probe.BlockCopy(&dst, 60, 4, 8, 5, &src, 0, 0));
-        std::vector<unsigned char> want = before;
-        for (int j = 0; j < 2; ++j) {
-            for (int i = 0; i < 5; ++i) {
-                memcpy(&want[((size_t)(1 + j) * 64 + 3 + i) * f.bpp],
-                       &s[((size_t)(4 + j) * 32 + 7 + i) * f.bpp], f.bpp);
+        const int blocks[2][6] = {{3, 1, 5, 2, 7, 4}, {60, 4, 4, 2, 0, 0}};  // dx dy w h sx sy
+        for (const auto& b : blocks) {
+            for (int j = 0; j < b[3]; ++j) {
+                memcpy(&want[((size_t)(b[1] + j) * 64 + b[0]) * f.bpp],
+                       &s[((size_t)(b[5] + j) * 32 + b[4]) * f.bpp], (size_t)b[2] * f.bpp);
             }
         }
-        for (int j = 0; j < 2; ++j) {  // rows 4 and 5, columns 60..63
-            for (int i = 0; i < 4; ++i) {
-                memcpy(&want[((size_t)(4 + j) * 64 + 60 + i) * f.bpp],
-                       &s[((size_t)j * 32 + i) * f.bpp], f.bpp);
-            }
-        }
-        std::vector<unsigned char> got(dst.GetSTDataBuf(), dst.GetSTDataBuf() + dstBytes);
-        EXPECT_EQ(want, got);
+        EXPECT_EQ(want,
+                  std::vector<unsigned char>(dst.GetSTDataBuf(), dst.GetSTDataBuf() + want.size()));
     }
 }
 
@@ -441,8 +361,7 @@ TEST_F(BlockCopyFormatTest, RefusesMixedAndUnsupportedFormats) {
     ASSERT_EQ(1, rgb888b.Init(GL_RGB, GL_UNSIGNED_BYTE, 32, 4, 1));
     ASSERT_EQ(1, lumA.Init(GL_LUMINANCE, GL_UNSIGNED_BYTE, 32, 4, 0));
     ASSERT_EQ(1, lumB.Init(GL_LUMINANCE, GL_UNSIGNED_BYTE, 32, 4, 0));
-    Fill(&rgba, 1);
-    std::vector<unsigned char> before(rgba.GetSTDataBuf(), rgba.GetSTDataBuf() + 32 * 4 * 4);
+    const std::vector<unsigned char> before = Fill(&rgba, 1);
 
     EXPECT_EQ(0, m_probe.BlockCopy(&rgba, 0, 0, 4, 4, &rgb565, 0, 0));
     EXPECT_TRUE(log.HasExact(E, "GEShader", "[BlockCopy] inconsistent type. src(33635) dst(5121)"));
@@ -452,7 +371,7 @@ TEST_F(BlockCopyFormatTest, RefusesMixedAndUnsupportedFormats) {
     EXPECT_EQ(0, m_probe.BlockCopy(&lumB, 0, 0, 4, 4, &lumA, 0, 0));
     EXPECT_TRUE(log.HasExact(E, "GEShader", "[BlockCopy] format 6409 not support"));
     EXPECT_EQ(before,
-              std::vector<unsigned char>(rgba.GetSTDataBuf(), rgba.GetSTDataBuf() + 32 * 4 * 4));
+              std::vector<unsigned char>(rgba.GetSTDataBuf(), rgba.GetSTDataBuf() + before.size()));
 }
 
 }  // namespace

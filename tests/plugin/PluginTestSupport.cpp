@@ -1,34 +1,23 @@
 #include "PluginTestSupport.h"
 
 #include <gralloc_priv.h>
+#include <stdarg.h>
 #include <stdio.h>
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <string.h>
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 FakeControl g_fake;
 
 namespace {
 
-std::mutex s_lock;
-std::vector<std::string> s_calls;
-int s_nCreated = 0;
-int s_nDestroyed = 0;
-bool s_bLandscapedAtChoose = false;
-IYUVConverter* s_pConverter = nullptr;
-int s_nStride = 0;
-int s_nHeight = 0;
-std::vector<unsigned char> s_previewPixels;
+std::mutex s_lock;  // guards s_seen
+FakeRecord s_seen;
 
 const auto kWait = std::chrono::seconds(10);
 
 }  // namespace
-
-// ---------------------------------------------------------------------------
 
 void Gate::Arm() {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -74,28 +63,38 @@ void FakeControl::Reset() {
 
 FakeManager::FakeManager() : GEManager(NoEGL()) {
     std::lock_guard<std::mutex> lock(s_lock);
-    ++s_nCreated;
+    ++s_seen.created;
 }
 
 FakeManager::~FakeManager() {
     std::lock_guard<std::mutex> lock(s_lock);
-    ++s_nDestroyed;
+    ++s_seen.destroyed;
 }
 
-GEManager* NewFakeManager() {
-    return new FakeManager();
-}
-
-void FakeManager::Record(const std::string& call) {
+void FakeManager::Record(const char* format, ...) {
+    char text[160];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
     std::lock_guard<std::mutex> lock(s_lock);
-    s_calls.push_back(call);
+    s_seen.calls.push_back(text);
+}
+
+FakeRecord FakeManager::Seen() {
+    std::lock_guard<std::mutex> lock(s_lock);
+    return s_seen;
+}
+
+void FakeManager::ClearCalls() {
+    std::lock_guard<std::mutex> lock(s_lock);
+    s_seen.calls.clear();
+    s_seen.previewPixels.clear();
 }
 
 bool FakeManager::Init(ANativeWindowBuffer* buffer, unsigned texW, unsigned texH, unsigned,
                        unsigned x, unsigned y, unsigned w, unsigned h, IYUVConverter* conv) {
-    char text[128];
-    snprintf(text, sizeof(text), "Init %u %u %u %u %u %u", texW, texH, x, y, w, h);
-    Record(text);
+    Record("Init %u %u %u %u %u %u", texW, texH, x, y, w, h);
     if (!g_fake.bInitOk) {
         return false;
     }
@@ -107,9 +106,9 @@ bool FakeManager::Init(ANativeWindowBuffer* buffer, unsigned texW, unsigned texH
     m_nH = (int)h;
     m_pConv = conv;
     std::lock_guard<std::mutex> lock(s_lock);
-    s_pConverter = conv;
-    s_nStride = m_nStride;
-    s_nHeight = m_nBufHeight;
+    s_seen.converter = conv;
+    s_seen.stride = m_nStride;
+    s_seen.height = m_nBufHeight;
     return true;
 }
 
@@ -120,12 +119,10 @@ bool FakeManager::Deinit() {
 }
 
 bool FakeManager::ChooseEffect(unsigned effect, unsigned char capture) {
-    char text[64];
-    snprintf(text, sizeof(text), "Choose %d %d", (int)effect, (int)capture);
-    Record(text);
+    Record("Choose %d %d", (int)effect, (int)capture);
     {
         std::lock_guard<std::mutex> lock(s_lock);
-        s_bLandscapedAtChoose = m_bLandscaped;
+        s_seen.landscapedAtChoose = m_bLandscaped;
     }
     g_fake.chooseGate.Pass();
     return g_fake.bChooseOk;
@@ -137,7 +134,7 @@ bool FakeManager::ProcFrame(unsigned, unsigned, int, int) {
         std::vector<unsigned char> pixels(m_pPixels,
                                           m_pPixels + (size_t)m_nStride * m_nBufHeight * 4);
         std::lock_guard<std::mutex> lock(s_lock);
-        s_previewPixels.swap(pixels);
+        s_seen.previewPixels.swap(pixels);
     }
     g_fake.previewGate.Pass();
     return g_fake.bProcOk;
@@ -150,9 +147,7 @@ bool FakeManager::ProcFrame(unsigned char*, unsigned char*, int, int) {
 
 bool FakeManager::ProcFrame(unsigned char* y, unsigned char* /*uv*/, unsigned char* out, int W,
                             int H) {
-    char text[64];
-    snprintf(text, sizeof(text), "Capture %d %d", W, H);
-    Record(text);
+    Record("Capture %d %d", W, H);
     g_fake.captureGate.Pass();
     if (!g_fake.bProcOk || m_pPixels == nullptr || m_pConv == nullptr || y == nullptr) {
         return false;
@@ -163,8 +158,7 @@ bool FakeManager::ProcFrame(unsigned char* y, unsigned char* /*uv*/, unsigned ch
     }
     for (int ty = 0; ty < H; ty += m_nH) {
         for (int tx = 0; tx < W; tx += m_nW) {
-            int tw = std::min(m_nW, W - tx);
-            int th = std::min(m_nH, H - ty);
+            const int tw = std::min(m_nW, W - tx), th = std::min(m_nH, H - ty);
             if (!m_pConv->convertRect(m_pPixels, m_nStride, m_nBufHeight, tx, ty, tw, th)) {
                 return false;
             }
@@ -185,16 +179,12 @@ bool FakeManager::ProcFrame(unsigned char* y, unsigned char* /*uv*/, unsigned ch
 }
 
 int FakeManager::SetParam(unsigned group, int a, int b, int c, int d) {
-    char text[128];
-    snprintf(text, sizeof(text), "SetParam %u %d %d %d %d", group, a, b, c, d);
-    Record(text);
+    Record("SetParam %u %d %d %d %d", group, a, b, c, d);
     return 1;
 }
 
 void FakeManager::SetCrop(float x, float y, float w, float h) {
-    char text[160];
-    snprintf(text, sizeof(text), "SetCrop %.2f %.2f %.2f %.2f", x, y, w, h);
-    Record(text);
+    Record("SetCrop %.2f %.2f %.2f %.2f", x, y, w, h);
 }
 
 bool FakeManager::MemcpyYUV(void* y, void* uv) {
@@ -204,155 +194,10 @@ bool FakeManager::MemcpyYUV(void* y, void* uv) {
     return true;
 }
 
-std::vector<std::string> FakeManager::Calls() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_calls;
-}
-
-void FakeManager::ClearCalls() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    s_calls.clear();
-    s_previewPixels.clear();
-}
-
-int FakeManager::Created() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_nCreated;
-}
-
-int FakeManager::Destroyed() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_nDestroyed;
-}
-
-bool FakeManager::LandscapedAtChoose() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_bLandscapedAtChoose;
-}
-
-IYUVConverter* FakeManager::Converter() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_pConverter;
-}
-
-int FakeManager::BufferStride() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_nStride;
-}
-
-int FakeManager::BufferHeight() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_nHeight;
-}
-
-std::vector<unsigned char> FakeManager::PreviewPixels() {
-    std::lock_guard<std::mutex> lock(s_lock);
-    return s_previewPixels;
-}
-
 // ---------------------------------------------------------------------------
-
-namespace korvo {
-
-int GPUPostEffectPeer::QueueCount(GPUPostEffect* p) {
-    pthread_mutex_lock(&p->m_queueMutex);
-    int n = p->m_nQueueCount;
-    pthread_mutex_unlock(&p->m_queueMutex);
-    return n;
-}
-
-int GPUPostEffectPeer::PoolCount(GPUPostEffect* p) {
-    pthread_mutex_lock(&p->m_queueMutex);
-    int n = p->m_nPoolCount;
-    pthread_mutex_unlock(&p->m_queueMutex);
-    return n;
-}
-
-bool GPUPostEffectPeer::Exiting(GPUPostEffect* p) {
-    pthread_mutex_lock(&p->m_queueMutex);
-    bool b = p->m_bExit;
-    pthread_mutex_unlock(&p->m_queueMutex);
-    return b;
-}
-
-bool GPUPostEffectPeer::ThreadRunning(GPUPostEffect* p) {
-    pthread_mutex_lock(&p->m_queueMutex);
-    bool b = p->mGPUThread != 0;
-    pthread_mutex_unlock(&p->m_queueMutex);
-    return b;
-}
-
-GPUPostEffect::EffectParams GPUPostEffectPeer::Params(GPUPostEffect* p) {
-    return p->m_params;
-}
-
-bool GPUPostEffectPeer::GEInit(GPUPostEffect* p) {
-    return p->isGEInit;
-}
-
-std::vector<int> GPUPostEffectPeer::Crop(GPUPostEffect* p) {
-    return {p->m_nCropX, p->m_nCropY, p->m_nCropW, p->m_nCropH, p->m_bCropPending ? 1 : 0};
-}
-
-int GPUPostEffectPeer::RunTask(GPUPostEffect* p, int type) {
-    GPUPostEffect::GPUTask* task = p->newTask();
-    task->m_nType = type;
-    return p->runTask(task);
-}
-
-int GPUPostEffectPeer::RunCapture(GPUPostEffect* p, int w, int h, int fd, void* base, int yOffset,
-                                  int uvOffset) {
-    GPUPostEffect::GPUTask* task = p->newTask();
-    task->m_nType = GPUPostEffect::TASK_HANDLE_CAPTURE;
-    task->m_nWidth = w;
-    task->m_nHeight = h;
-    task->m_nFd = fd;
-    task->m_pBase = base;
-    task->m_nOffset = yOffset;
-    task->m_nUVOffset = uvOffset;
-    return p->runTask(task);
-}
-
-}  // namespace korvo
-
-// ---------------------------------------------------------------------------
-
-CameraBuffer::CameraBuffer(size_t size, unsigned char fill) {
-    m_nFd = memfd_create("camera", MFD_CLOEXEC);
-    if (m_nFd < 0 || ftruncate(m_nFd, (off_t)size) != 0) {
-        ADD_FAILURE() << "memfd";
-        return;
-    }
-    void* base = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_nFd, 0);
-    if (base == MAP_FAILED) {
-        ADD_FAILURE() << "mmap";
-        return;
-    }
-    m_pBase = static_cast<unsigned char*>(base);
-    m_nSize = size;
-    memset(m_pBase, fill, size);
-}
-
-CameraBuffer::~CameraBuffer() {
-    if (m_pBase != nullptr) {
-        munmap(m_pBase, m_nSize);
-    }
-    if (m_nFd >= 0) {
-        close(m_nFd);
-    }
-}
-
-void FillFrame(unsigned char* frame, int w, int h, int seed) {
-    for (int i = 0; i < w * h; ++i) {
-        frame[i] = (unsigned char)(i * 7 + seed);
-    }
-    for (int i = 0; i < w * h / 2; ++i) {
-        frame[w * h + i] = (unsigned char)(i * 13 + 3 * seed + 1);
-    }
-}
 
 bool WaitFor(const std::function<bool()>& pred) {
-    auto deadline = std::chrono::steady_clock::now() + kWait;
+    const auto deadline = std::chrono::steady_clock::now() + kWait;
     while (!pred()) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
@@ -364,16 +209,22 @@ bool WaitFor(const std::function<bool()>& pred) {
 
 namespace {
 korvo::GPUPostEffect::ManagerFactory s_pfnDefaultFactory = nullptr;
+GEManager* NewFakeManager() {
+    return new FakeManager();
 }
+}  // namespace
 
 void PluginTest::SetUp() {
     s_pfnDefaultFactory = korvo::GPUPostEffect::s_pfnCreateManager;
     g_fake.Reset();
     FakeManager::ClearCalls();
     korvo::GPUPostEffect::s_pfnCreateManager = NewFakeManager;
+    m_p = new korvo::GPUPostEffect();
 }
 
 void PluginTest::TearDown() {
     g_fake.Reset();
+    m_p->stop();
+    delete m_p;
     korvo::GPUPostEffect::s_pfnCreateManager = s_pfnDefaultFactory;
 }

@@ -1,9 +1,9 @@
 // Test support for the plug-in front: an effect-manager double that records
-// what the worker asks of it and can hold the worker inside a call, a peer
-// that reads the plug-in's queue state, and camera buffers in shared memory.
+// what the worker asks of it and can hold the worker inside a call, and a
+// peer that reads and drives the plug-in's private state.
 //
 //     PluginTest fixture: every GPUPostEffect made in a test gets a
-//     FakeManager (g_fake controls it, FakeManager::Calls() says what it saw).
+//     FakeManager (g_fake controls it, FakeManager::Seen() says what it saw).
 #ifndef POSTEFFECT_TESTS_PLUGINTESTSUPPORT_H
 #define POSTEFFECT_TESTS_PLUGINTESTSUPPORT_H
 
@@ -14,9 +14,9 @@
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "GETestFrames.h"
 #include "engine/GEManager.h"
 #include "plugin/GPUPostEffect.h"
 
@@ -55,14 +55,24 @@ struct FakeControl {
 };
 extern FakeControl g_fake;
 
-// The manager double. Calls are recorded as text, in order:
-//   "Init <texW> <texH> <x> <y> <w> <h>", "Deinit", "Choose <effect> <capture>",
-//   "SetParam <group> <a> <b> <c> <d>", "SetCrop <x> <y> <w> <h>" (two decimals),
-//   "Preview", "Memcpy", "Capture <w> <h>".
-// The preview "renders" by writing 200 to every luma byte and 100 to every
-// chroma byte (MemcpyYUV); the capture walks the image in tiles of the input
-// buffer's size, fetches each through convertRect and writes its bytes
-// inverted (255 - value) to the output.
+// What the doubles of the process have seen.
+struct FakeRecord {
+    // In order: "Init <texW> <texH> <x> <y> <w> <h>", "Deinit",
+    // "Choose <effect> <capture>", "SetParam <group> <a> <b> <c> <d>",
+    // "SetCrop <x> <y> <w> <h>" (two decimals), "Preview", "Memcpy",
+    // "Capture <w> <h>".
+    std::vector<std::string> calls;
+    int created = 0, destroyed = 0;
+    bool landscapedAtChoose = false;           // the flag when the last ChooseEffect came
+    IYUVConverter* converter = nullptr;        // the converter of the last Init
+    int stride = 0, height = 0;                // its input buffer's stride and height
+    std::vector<unsigned char> previewPixels;  // the buffer as the last preview saw it
+};
+
+// The manager double. The preview "renders" by writing 200 to every luma
+// byte and 100 to every chroma byte (MemcpyYUV); the capture walks the image
+// in tiles of the viewport's size, fetches each through convertRect and
+// writes its bytes inverted (255 - value) to the output.
 class FakeManager : public GEManager {
 public:
     FakeManager();
@@ -80,82 +90,82 @@ public:
     bool MemcpyYUV(void* y, void* uv) override;
     void FPS() override {}
 
-    // Shared by every double of the process.
-    static std::vector<std::string> Calls();
+    static FakeRecord Seen();
+    static std::vector<std::string> Calls() { return Seen().calls; }
     static void ClearCalls();
-    static int Created();
-    static int Destroyed();
-    // The landscape flag when the last ChooseEffect was called.
-    static bool LandscapedAtChoose();
-    // The converter and the input buffer of the last Init.
-    static IYUVConverter* Converter();
-    static int BufferStride();
-    static int BufferHeight();
-    // The input buffer's pixels as the last preview ProcFrame saw them.
-    static std::vector<unsigned char> PreviewPixels();
 
 private:
-    static void Record(const std::string& call);
+    static void Record(const char* format, ...);
 
     unsigned char* m_pPixels = nullptr;
-    int m_nStride = 0;
-    int m_nBufHeight = 0;
-    int m_nW = 0;
-    int m_nH = 0;
+    int m_nStride = 0, m_nBufHeight = 0, m_nW = 0, m_nH = 0;
     IYUVConverter* m_pConv = nullptr;
 };
 
-GEManager* NewFakeManager();
-
 namespace korvo {
+
+// read() under `mutex`.
+template <typename F>
+auto Locked(pthread_mutex_t* mutex, F read) {
+    pthread_mutex_lock(mutex);
+    auto v = read();
+    pthread_mutex_unlock(mutex);
+    return v;
+}
 
 // Reads and drives the plug-in's private state.
 struct GPUPostEffectPeer {
-    static int QueueCount(GPUPostEffect* p);
-    static int PoolCount(GPUPostEffect* p);
-    static bool Exiting(GPUPostEffect* p);
-    static bool ThreadRunning(GPUPostEffect* p);
+    static int QueueCount(GPUPostEffect* p) {
+        return Locked(&p->m_queueMutex, [p] { return p->m_nQueueCount; });
+    }
+    static int PoolCount(GPUPostEffect* p) {
+        return Locked(&p->m_queueMutex, [p] { return p->m_nPoolCount; });
+    }
+    static bool Exiting(GPUPostEffect* p) {
+        return Locked(&p->m_queueMutex, [p] { return p->m_bExit; });
+    }
+    static bool ThreadRunning(GPUPostEffect* p) {
+        return Locked(&p->m_queueMutex, [p] { return p->mGPUThread != 0; });
+    }
     // Worker-owned state: read only while the worker is idle.
-    static GPUPostEffect::EffectParams Params(GPUPostEffect* p);
-    static bool GEInit(GPUPostEffect* p);
-    static std::vector<int> Crop(GPUPostEffect* p);  // x, y, w, h, pending
-    // A task of any type through the queue, as a public operation would send it.
-    static int RunTask(GPUPostEffect* p, int type);
+    static GPUPostEffect::EffectParams Params(GPUPostEffect* p) { return p->m_params; }
+    static bool GEInit(GPUPostEffect* p) { return p->isGEInit; }
+    static std::vector<int> Crop(GPUPostEffect* p) {  // x, y, w, h, pending
+        return {p->m_nCropX, p->m_nCropY, p->m_nCropW, p->m_nCropH, p->m_bCropPending ? 1 : 0};
+    }
+    // A task of any type through the queue, as a public operation would send
+    // it; a capture task without the caller's checks.
+    static int RunTask(GPUPostEffect* p, int type) {
+        GPUPostEffect::GPUTask* task = p->newTask();
+        task->m_nType = type;
+        return p->runTask(task);
+    }
     static int RunCapture(GPUPostEffect* p, int w, int h, int fd, void* base, int yOffset,
-                          int uvOffset);
+                          int uvOffset) {
+        GPUPostEffect::GPUTask* task = p->newTask();
+        task->m_nType = GPUPostEffect::TASK_HANDLE_CAPTURE;
+        task->m_nWidth = w;
+        task->m_nHeight = h;
+        task->m_nFd = fd;
+        task->m_pBase = base;
+        task->m_nOffset = yOffset;
+        task->m_nUVOffset = uvOffset;
+        return p->runTask(task);
+    }
 };
 
 }  // namespace korvo
 
-// A camera buffer: shared memory with a file descriptor, filled with `fill`.
-class CameraBuffer {
-public:
-    explicit CameraBuffer(size_t size, unsigned char fill = 0);
-    ~CameraBuffer();
-    int Fd() const { return m_nFd; }
-    unsigned char* Base() const { return m_pBase; }
-    size_t Size() const { return m_nSize; }
-
-private:
-    CameraBuffer(const CameraBuffer&) = delete;
-    CameraBuffer& operator=(const CameraBuffer&) = delete;
-    int m_nFd = -1;
-    unsigned char* m_pBase = nullptr;
-    size_t m_nSize = 0;
-};
-
-// Fills a semi-planar w x h frame at `frame` with a pattern that differs per
-// pixel and per chroma byte.
-void FillFrame(unsigned char* frame, int w, int h, int seed);
-
 // Waits (up to 10 s) until pred() holds.
 bool WaitFor(const std::function<bool()>& pred);
 
-// Installs the double for every plug-in made in the test.
+// Installs the double for every plug-in made in the test, and gives each
+// test a plug-in (m_p, not started) that is stopped and deleted afterwards.
 class PluginTest : public ::testing::Test {
 protected:
     void SetUp() override;
     void TearDown() override;
+    korvo::GPUPostEffect* m_p = nullptr;
 };
 
 #endif

@@ -1,7 +1,7 @@
 // The built libposteffect.so, loaded with dlopen and driven only through its
 // public interface in the camera's order, with camera buffers in shared
 // memory. Bloom and Mirror run on llvmpipe; the expectations come from the
-// effects' formulas and the full-range BT.601 conversions, computed here.
+// effects' formulas and the full-range BT.601 conversions.
 //
 // This program links none of the library's code: what it sees is what a
 // camera service sees.
@@ -16,16 +16,16 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "GETestFrames.h"
 #include "IPostEffect.h"
 
 using android::String8;
+using namespace getest;
 
 namespace {
 
@@ -35,14 +35,16 @@ const int kH = 32;
 // --- log lines of the library ----------------------------------------------
 
 std::mutex s_logLock;
-std::vector<std::string> s_lines;
+std::vector<std::string> s_lines, s_errors;
 
 void Logger(const struct __android_logger_data* data, const char* message) {
     std::lock_guard<std::mutex> lock(s_logLock);
-    std::string line = data->tag ? data->tag : "";
-    line += ": ";
-    line += message ? message : "";
+    const std::string line =
+        std::string(data->tag ? data->tag : "") + ": " + (message ? message : "");
     s_lines.push_back(line);
+    if (data->priority >= ANDROID_LOG_ERROR) {
+        s_errors.push_back(line);
+    }
 }
 
 int CountLines(const std::string& text) {
@@ -58,8 +60,7 @@ int CountLines(const std::string& text) {
 
 class Library {
 public:
-    Library() {
-        m_pHandle = dlopen(POSTEFFECT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    Library() : m_pHandle(dlopen(POSTEFFECT_LIBRARY, RTLD_NOW | RTLD_LOCAL)) {
         if (m_pHandle != nullptr) {
             m_pfnCreate =
                 reinterpret_cast<IPostEffect* (*)()>(dlsym(m_pHandle, "createPostEffect"));
@@ -78,7 +79,7 @@ public:
     void Destroy(IPostEffect* p) const { m_pfnDestroy(p); }
 
 private:
-    void* m_pHandle = nullptr;
+    void* m_pHandle;
     IPostEffect* (*m_pfnCreate)() = nullptr;
     void (*m_pfnDestroy)(IPostEffect*) = nullptr;
 };
@@ -88,15 +89,13 @@ private:
 std::set<std::string> DefinedDynamicSymbols(const char* path) {
     std::set<std::string> names;
     int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        ADD_FAILURE() << "open " << path;
-        return names;
+    const off_t size = fd < 0 ? 0 : lseek(fd, 0, SEEK_END);
+    void* map = fd < 0 ? MAP_FAILED : mmap(nullptr, (size_t)size, PROT_READ, MAP_PRIVATE, fd, 0);
+    if (fd >= 0) {
+        close(fd);
     }
-    off_t size = lseek(fd, 0, SEEK_END);
-    void* map = mmap(nullptr, (size_t)size, PROT_READ, MAP_PRIVATE, fd, 0);
-    close(fd);
     if (map == MAP_FAILED) {
-        ADD_FAILURE() << "mmap " << path;
+        ADD_FAILURE() << "cannot map " << path;
         return names;
     }
     const unsigned char* file = static_cast<const unsigned char*>(map);
@@ -113,9 +112,8 @@ std::set<std::string> DefinedDynamicSymbols(const char* path) {
         }
         const char* strtab = reinterpret_cast<const char*>(file + sh[sh[i].sh_link].sh_offset);
         const Elf64_Sym* sym = reinterpret_cast<const Elf64_Sym*>(file + sh[i].sh_offset);
-        size_t count = sh[i].sh_size / sizeof(Elf64_Sym);
-        for (size_t k = 1; k < count; ++k) {
-            int bind = ELF64_ST_BIND(sym[k].st_info);
+        for (size_t k = 1; k < sh[i].sh_size / sizeof(Elf64_Sym); ++k) {
+            const int bind = ELF64_ST_BIND(sym[k].st_info);
             if (sym[k].st_shndx != SHN_UNDEF && (bind == STB_GLOBAL || bind == STB_WEAK)) {
                 names.insert(strtab + sym[k].st_name);
             }
@@ -125,90 +123,46 @@ std::set<std::string> DefinedDynamicSymbols(const char* path) {
     return names;
 }
 
-// --- camera buffers and expectations ---------------------------------------
-
-class SharedBuffer {
+// A camera buffer holding one frame at `offset`, with 0xEE guard bytes
+// before and after it.
+class FrameBuffer {
 public:
-    explicit SharedBuffer(size_t size) : m_nSize(size) {
-        m_nFd = memfd_create("camera", MFD_CLOEXEC);
-        if (m_nFd >= 0 && ftruncate(m_nFd, (off_t)size) == 0) {
-            void* p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, m_nFd, 0);
-            m_pBase = p == MAP_FAILED ? nullptr : static_cast<unsigned char*>(p);
-        }
+    FrameBuffer(int w, int h, int offset = 4096)
+        : m_nOffset(offset),
+          m_nBytes((size_t)w * h * 3 / 2),
+          m_buf(offset + m_nBytes + 4096, 0xEE) {}
+    void Put(const SPImage& img) { memcpy(Frame(), img.data.data(), m_nBytes); }
+    unsigned char* Frame() const { return m_buf.Base() + m_nOffset; }
+    int Send(IPostEffect* effect) {
+        return effect->handlePreview(m_buf.Fd(), m_buf.Base(), m_nOffset);
     }
-    ~SharedBuffer() {
-        if (m_pBase != nullptr) {
-            munmap(m_pBase, m_nSize);
-        }
-        if (m_nFd >= 0) {
-            close(m_nFd);
-        }
-    }
-    int Fd() const { return m_nFd; }
-    unsigned char* Base() const { return m_pBase; }
-
-private:
-    int m_nFd = -1;
-    unsigned char* m_pBase = nullptr;
-    size_t m_nSize;
-};
-
-double Clamp01(double v) {
-    return v < 0 ? 0 : (v > 1 ? 1 : v);
-}
-double Quantize(double v) {
-    return std::round(Clamp01(v) * 255.0) / 255.0;
-}
-
-// Luma byte that Bloom gives a pixel of luma y and chroma (128, 128): the
-// camera's YUV to RGB, each channel times 3.5 x its luminance, stored in
-// 8 bits, and back to full-range luma.
-double BloomLuma(int y) {
-    double c0 = y / 255.0, c1 = 128 / 255.0, c2 = 128 / 255.0;
-    double r = c0 + 1.402 * c1 - 0.701;
-    double g = c0 - 0.714 * c1 - 0.344 * c2 + 0.529;
-    double b = c0 + 1.772 * c2 - 0.886;
-    double a = 0.3 * r + 0.59 * g + 0.11 * b;
-    r = Quantize(r * 3.5 * a);
-    g = Quantize(g * 3.5 * a);
-    b = Quantize(b * 3.5 * a);
-    return (0.299 * r + 0.587 * g + 0.114 * b) * 255.0;
-}
-
-// A grey NV21 frame: luma from f(x, y), chroma 128.
-template <typename F>
-void FillGrey(unsigned char* frame, int w, int h, F f) {
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            frame[y * w + x] = (unsigned char)f(x, y);
-        }
-    }
-    memset(frame + w * h, 128, (size_t)w * h / 2);
-}
-
-// Largest distance between a plane and what it should hold.
-template <typename F>
-double LumaError(const unsigned char* luma, int w, int h, F want, std::string* where) {
-    double worst = 0;
-    for (int y = 0; y < h; ++y) {
-        for (int x = 0; x < w; ++x) {
-            double d = std::fabs(luma[y * w + x] - want(x, y));
-            if (d > worst) {
-                worst = d;
-                *where = std::to_string(x) + ", " + std::to_string(y) + ": got " +
-                         std::to_string(luma[y * w + x]) + ", want " + std::to_string(want(x, y));
+    bool GuardsIntact() const {
+        for (size_t i = 0; i < m_buf.Size(); ++i) {
+            if ((i < (size_t)m_nOffset || i >= m_nOffset + m_nBytes) && m_buf.Base()[i] != 0xEE) {
+                return false;
             }
         }
+        return true;
     }
-    return worst;
-}
 
-int ChromaError(const unsigned char* uv, size_t n) {
-    int worst = 0;
-    for (size_t i = 0; i < n; ++i) {
-        worst = std::max(worst, std::abs(uv[i] - 128));
+private:
+    int m_nOffset;
+    size_t m_nBytes;
+    CameraBuffer m_buf;
+};
+
+// The formulas (each byte within 2 of its value), with the library's error
+// lines on a mismatch.
+int Compare(const SPImage& in, const unsigned char* y, const unsigned char* uv,
+            const SourceOf& source, RGB (*op)(const RGB&), const std::string& what) {
+    const int bad = CompareToFormula(in, y, uv, source, op, 2.0, what, false);
+    if (bad != 0) {
+        std::lock_guard<std::mutex> lock(s_logLock);
+        for (const std::string& l : s_errors) {
+            ADD_FAILURE() << l;
+        }
     }
-    return worst;
+    return bad;
 }
 
 class EndToEnd : public ::testing::Test {
@@ -221,10 +175,9 @@ protected:
 };
 
 TEST_F(EndToEnd, TheLibraryExportsOnlyItsSixNames) {
-    std::set<std::string> want = {"createPostEffect", "destroyPostEffect", "g_Disp_Width",
-                                  "g_Disp_Height",    "g_eglDisplay",      "g_eglContext"};
+    const std::set<std::string> want = {"createPostEffect", "destroyPostEffect", "g_Disp_Width",
+                                        "g_Disp_Height",    "g_eglDisplay",      "g_eglContext"};
     EXPECT_EQ(want, DefinedDynamicSymbols(POSTEFFECT_LIBRARY));
-
     Library lib;
     ASSERT_TRUE(lib.Ok()) << dlerror();
     for (const std::string& name : want) {
@@ -247,6 +200,15 @@ TEST_F(EndToEnd, TheLibraryExportsOnlyItsSixNames) {
     }
 }
 
+void MirrorRows(int x, int y, int* sx, int* sy) {
+    *sx = x;
+    *sy = y < kH / 2 ? y : kH - 1 - y;
+}
+void MirrorColumns(int x, int y, int* sx, int* sy) {
+    *sx = x < kW / 2 ? x : kW - 1 - x;
+    *sy = y;
+}
+
 // One camera session: Bloom on preview frames, Mirror both ways, a Bloom
 // capture of four tiles, then the camera's teardown.
 TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
@@ -257,107 +219,54 @@ TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
     ASSERT_EQ(0, effect->start());
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=9;picture-size=128x64")));
     ASSERT_EQ(0, effect->startPreview(kW, kH));
+    FrameBuffer frame(kW, kH);
+    auto run = [&](const SPImage& in, const SourceOf& source, RGB (*op)(const RGB&),
+                   const std::string& what) {
+        frame.Put(in);
+        ASSERT_EQ(0, frame.Send(effect)) << what;
+        EXPECT_EQ(0, Compare(in, frame.Frame(), frame.Frame() + kW * kH, source, op, what));
+        EXPECT_TRUE(frame.GuardsIntact()) << what;
+    };
 
-    // Preview frames at an offset inside their heap, with guard bytes.
-    const int offset = 4096;
-    const size_t frameBytes = (size_t)kW * kH * 3 / 2;
-    SharedBuffer heap(offset + frameBytes + 4096);
-    ASSERT_NE(nullptr, heap.Base());
-    unsigned char* frame = heap.Base() + offset;
-    memset(heap.Base(), 0xEE, offset + frameBytes + 4096);
-    std::string where;
-
-    // Bloom: a grey g becomes 3.5 g^2.
+    // Bloom: a grey g becomes 3.5 g^2, from 0.535 on saturated.
     for (int grey : {0, 64, 100, 128, 200}) {
-        FillGrey(frame, kW, kH, [&](int, int) { return grey; });
-        ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), offset)) << grey;
-        double want = BloomLuma(grey);
-        EXPECT_LE(LumaError(
-                      frame, kW, kH, [&](int, int) { return want; }, &where),
-                  2.0)
-            << "grey " << grey << " (3.5 g^2 = " << 3.5 * grey * grey / 255.0 << "): " << where;
-        EXPECT_LE(ChromaError(frame + kW * kH, (size_t)kW * kH / 2), 2) << grey;
+        run(SPImage::Grey(kW, kH, [grey](int, int) { return grey; }), Identity, Bloom,
+            "bloom grey " + std::to_string(grey));
     }
-    if (::testing::Test::HasFailure()) {
-        std::lock_guard<std::mutex> lock(s_logLock);
-        for (const std::string& l : s_lines) {
-            if (l.find("rror") != std::string::npos || l.find("fail") != std::string::npos) {
-                ADD_FAILURE() << l;
-            }
-        }
-    }
-    for (int i = 0; i < 4096; ++i) {
-        ASSERT_EQ(0xEE, heap.Base()[i]);
-        ASSERT_EQ(0xEE, frame[frameBytes + i]);
-    }
-
-    // Mirror, portrait: the rows of the lower half show the upper half.
-    auto rowGrey = [](int, int y) { return 20 + 6 * y; };
+    // Mirror, portrait: the rows of the lower half show the upper half; then
+    // landscape (the first group-0 word): columns instead of rows.
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=8;GE-param0=0,0,0,0")));
-    FillGrey(frame, kW, kH, rowGrey);
-    ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), offset));
-    EXPECT_LE(
-        LumaError(
-            frame, kW, kH,
-            [&](int x, int y) { return (double)rowGrey(x, y < kH / 2 ? y : kH - 1 - y); }, &where),
-        2.0)
-        << where;
-
-    // Mirror, landscape (the first group-0 word): columns instead of rows.
-    auto colGrey = [](int x, int) { return 20 + 3 * x; };
+    run(SPImage::Pattern(kW, kH), MirrorRows, Unchanged, "mirror portrait");
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=9")));
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=8;GE-param0=1,0,0,0")));
-    FillGrey(frame, kW, kH, colGrey);
-    ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), offset));
-    EXPECT_LE(
-        LumaError(
-            frame, kW, kH,
-            [&](int x, int y) { return (double)colGrey(x < kW / 2 ? x : kW - 1 - x, y); }, &where),
-        2.0)
-        << where;
+    run(SPImage::Pattern(kW, kH), MirrorColumns, Unchanged, "mirror landscape");
 
     // A Bloom capture of 2 x 2 tiles of the preview's size; the chroma plane
     // follows a gap after the luma.
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=9")));
     const int cw = 128, ch = 64, yOffset = 4096, uvOffset = cw * ch + 256;
-    SharedBuffer capture((size_t)yOffset + uvOffset + cw * ch / 2 + 4096);
-    ASSERT_NE(nullptr, capture.Base());
+    CameraBuffer capture((size_t)yOffset + uvOffset + cw * ch / 2 + 4096);
+    const SPImage in = SPImage::Pattern(cw, ch);
     unsigned char* luma = capture.Base() + yOffset;
-    unsigned char* chroma = luma + uvOffset;
-    auto captureGrey = [](int x, int y) { return 30 + (x * 3 + y * 5) % 110; };
-    for (int y = 0; y < ch; ++y) {
-        for (int x = 0; x < cw; ++x) {
-            luma[y * cw + x] = (unsigned char)captureGrey(x, y);
-        }
-    }
-    memset(chroma, 128, (size_t)cw * ch / 2);
-    int before = CountLines("[convertRect]");
+    memcpy(luma, in.YPlane(), (size_t)cw * ch);
+    memcpy(luma + uvOffset, in.UVPlane(), (size_t)cw * ch / 2);
+    const int before = CountLines("[convertRect]");
     ASSERT_EQ(0, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), yOffset, uvOffset));
     EXPECT_EQ(4, CountLines("[convertRect]") - before);
-    EXPECT_LE(LumaError(
-                  luma, cw, ch, [&](int x, int y) { return BloomLuma(captureGrey(x, y)); }, &where),
-              2.0)
-        << where;
-    EXPECT_LE(ChromaError(chroma, (size_t)cw * ch / 2), 3);
+    EXPECT_EQ(0, Compare(in, luma, luma + uvOffset, Identity, Bloom, "bloom capture"));
 
     // Preview goes on after the capture (the manager comes up again).
-    FillGrey(frame, kW, kH, [](int, int) { return 100; });
-    ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), offset));
-    EXPECT_LE(LumaError(
-                  frame, kW, kH, [&](int, int) { return BloomLuma(100); }, &where),
-              2.0)
-        << where;
+    run(SPImage::Pattern(kW, kH, 3), Identity, Bloom, "bloom after the capture");
 
     // Effect 0: frames pass untouched.
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=0")));
-    FillGrey(frame, kW, kH, rowGrey);
-    ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), offset));
-    EXPECT_EQ(0, LumaError(
-                     frame, kW, kH, [&](int x, int y) { return (double)rowGrey(x, y); }, &where))
-        << where;
+    const SPImage still = SPImage::Pattern(kW, kH, 4);
+    frame.Put(still);
+    ASSERT_EQ(0, frame.Send(effect));
+    EXPECT_EQ(0, memcmp(still.data.data(), frame.Frame(), still.data.size()));
 
     EXPECT_EQ(0, effect->stopPreview());
-    EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), heap.Base(), offset));
+    EXPECT_EQ(-1, frame.Send(effect));
     EXPECT_EQ(0, effect->stop());
     lib.Destroy(effect);
 }
@@ -377,50 +286,40 @@ TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
               effect->setParameters(String8("GPU-effect=9\x01;GE-param0=\xff,;GE-param1=1,2,3")));
     ASSERT_EQ(0, effect->startPreview(kW, kH));
 
-    const size_t frameBytes = (size_t)kW * kH * 3 / 2;
-    SharedBuffer heap(frameBytes);
-    ASSERT_NE(nullptr, heap.Base());
-    FillGrey(heap.Base(), kW, kH, [](int, int) { return 100; });
+    const SPImage grey = SPImage::Grey(kW, kH, [](int, int) { return 100; });
+    CameraBuffer heap(grey.data.size());
+    memcpy(heap.Base(), grey.data.data(), grey.data.size());
     int before = CountLines("frame refused");
     EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), nullptr, 0));
     EXPECT_EQ(-1, effect->handlePreview(heap.Fd(), heap.Base(), 2));  // runs past the end
     EXPECT_EQ(2, CountLines("frame refused") - before);
-    std::string where;
-    EXPECT_EQ(0, LumaError(
-                     heap.Base(), kW, kH, [](int, int) { return 100.0; }, &where));
+    EXPECT_EQ(grey.data, heap.Bytes());
 
-    // Crops of any integers, then frames and a capture.
+    // Crops of any integers, then a frame and a capture.
     ASSERT_EQ(0, effect->setCrop(INT_MIN, INT_MAX, -5, 0));
     ASSERT_EQ(0, effect->handlePreview(heap.Fd(), heap.Base(), 0));
-    EXPECT_LE(LumaError(
-                  heap.Base(), kW, kH, [&](int, int) { return BloomLuma(100); }, &where),
-              2.0)
-        << where;
+    EXPECT_EQ(0, Compare(grey, heap.Base(), heap.Base() + kW * kH, Identity, Bloom, "bloom"));
 
     const int cw = 96, ch = 48;
-    const size_t captureBytes = (size_t)cw * ch * 3 / 2;
-    SharedBuffer capture(captureBytes);
-    ASSERT_NE(nullptr, capture.Base());
-    FillGrey(capture.Base(), cw, ch, [](int x, int y) { return 40 + (x + y) % 80; });
-    std::vector<unsigned char> original(capture.Base(), capture.Base() + captureBytes);
+    const SPImage in = SPImage::Pattern(cw, ch);
+    CameraBuffer capture(in.data.size());
+    memcpy(capture.Base(), in.data.data(), in.data.size());
     before = CountLines("capture refused");
-    EXPECT_EQ(3, effect->handleCapture(cw + 1, ch, capture.Fd(), capture.Base(), 0, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(cw, 0, capture.Fd(), capture.Base(), 0, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(-cw, ch, capture.Fd(), capture.Base(), 0, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(1 << 16, 1 << 16, capture.Fd(), capture.Base(), 0, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), nullptr, 0, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 2, cw * ch));
-    EXPECT_EQ(3, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 0, cw * ch - 2));
+    unsigned char* base = capture.Base();
+    const int fd = capture.Fd();
+    EXPECT_EQ(3, effect->handleCapture(cw + 1, ch, fd, base, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, 0, fd, base, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(-cw, ch, fd, base, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(1 << 16, 1 << 16, fd, base, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, fd, nullptr, 0, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, fd, base, 2, cw * ch));
+    EXPECT_EQ(3, effect->handleCapture(cw, ch, fd, base, 0, cw * ch - 2));
     EXPECT_EQ(7, CountLines("capture refused") - before);
-    EXPECT_TRUE(std::equal(original.begin(), original.end(), capture.Base()));
+    EXPECT_EQ(in.data, capture.Bytes());
 
     // The same capture, well formed, goes through despite the crop.
-    ASSERT_EQ(0, effect->handleCapture(cw, ch, capture.Fd(), capture.Base(), 0, cw * ch));
-    EXPECT_LE(LumaError(
-                  capture.Base(), cw, ch,
-                  [&](int x, int y) { return BloomLuma(40 + (x + y) % 80); }, &where),
-              2.0)
-        << where;
+    ASSERT_EQ(0, effect->handleCapture(cw, ch, fd, base, 0, cw * ch));
+    EXPECT_EQ(0, Compare(in, base, base + cw * ch, Identity, Bloom, "bloom capture"));
 
     EXPECT_EQ(0, effect->stop());
     EXPECT_EQ(1, effect->setParameters(String8("GPU-effect=9")));  // after stop

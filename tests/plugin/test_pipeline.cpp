@@ -5,14 +5,18 @@
 #include <gtest/gtest.h>
 #include <limits.h>
 
+#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "GETestLog.h"
 #include "PluginTestSupport.h"
+#include "engine/convert/sp2yuvx.h"
 
 using android::String8;
-using korvo::GPUPostEffect;
+using getest::CameraBuffer;
+using getest::SPImage;
 using korvo::GPUPostEffectPeer;
 using Calls = std::vector<std::string>;
 
@@ -20,100 +24,53 @@ namespace {
 
 const int kW = 64;
 const int kH = 32;
-const int kGuard = 4096;  // bytes around every frame in its camera buffer
+const int kGuard = 4096;  // bytes around every preview frame in its camera buffer
+const int D = ANDROID_LOG_DEBUG;
+const int I = ANDROID_LOG_INFO;
+const char kTag[] = "GPUPostEffect";
+const char kBoth[] = "GPU-effect=9;GE-param0=1,2,3,4;GE-param1=5,6,7,8";
 
-// The "yuvx" pixel (Y, first chroma byte, second chroma byte, 255) that a
-// semi-planar image gives at column c, row r.
-struct Pixel {
-    unsigned char y, c0, c1, x;
-    bool operator==(const Pixel& o) const {
-        return y == o.y && c0 == o.c0 && c1 == o.c1 && x == o.x;
-    }
-};
-std::ostream& operator<<(std::ostream& os, const Pixel& p) {
-    return os << "(" << (int)p.y << ", " << (int)p.c0 << ", " << (int)p.c1 << ", " << (int)p.x
-              << ")";
-}
-
-Pixel SourcePixel(const unsigned char* y, const unsigned char* uv, int stride, int c, int r) {
-    const unsigned char* pair = uv + (size_t)(r / 2) * stride + (c & ~1);
-    return {y[(size_t)r * stride + c], pair[0], pair[1], 255};
-}
-
-Pixel At(const unsigned char* rgba, int stride, int c, int r) {
-    const unsigned char* p = rgba + ((size_t)r * stride + c) * 4;
-    return {p[0], p[1], p[2], p[3]};
-}
-
-// What converting the rectangle (rx, ry, rw, rh) of an image into a dw x dh
-// "yuvx" destination gives: rw / 16 groups of 16 pixels per row (at least
-// one) and rh / 2 row pairs (at least one), each row continued to dw by its
-// last pixel, the last row repeated down to dh.
-std::vector<Pixel> Expected(const unsigned char* y, const unsigned char* uv, int stride, int dw,
-                            int dh, int rx, int ry, int rw, int rh) {
-    int cols = std::max(rw / 16, 1) * 16;
-    int rows = std::max(rh / 2, 1) * 2;
-    std::vector<Pixel> out((size_t)dw * dh);
-    for (int r = 0; r < dh; ++r) {
-        int sr = std::min(r, rows - 1);
-        for (int c = 0; c < dw; ++c) {
-            int sc = std::min(c, cols - 1);
-            out[(size_t)r * dw + c] = SourcePixel(y, uv, stride, rx + sc, ry + sr);
-        }
-    }
+// What the CPU expansion makes of the rectangle (rx, ry, rw, rh) of `img` in
+// a dw x dh "yuvx" destination (its rules are checked with the converters).
+std::vector<unsigned char> ExpectedYuvx(const SPImage& img, int dw, int dh, int rx, int ry, int rw,
+                                        int rh) {
+    std::vector<unsigned char> out((size_t)dw * dh * 4);
+    sp2yuvxs(out.data(), dw, dh, img.YPlane(), img.UVPlane(), img.w, img.h, rx, ry, rw, rh);
     return out;
 }
 
-bool Untouched(const unsigned char* p, size_t n, unsigned char fill) {
-    for (size_t i = 0; i < n; ++i) {
-        if (p[i] != fill) {
-            return false;
-        }
-    }
-    return true;
+bool All(const unsigned char* p, size_t n, unsigned char value) {
+    return std::all_of(p, p + n, [value](unsigned char b) { return b == value; });
 }
 
 class PipelineTest : public PluginTest {
 protected:
     void SetUp() override {
         PluginTest::SetUp();
-        m_p = new GPUPostEffect();
         ASSERT_EQ(0, m_p->start());
     }
-    void TearDown() override {
-        g_fake.Reset();
-        m_p->stop();
-        delete m_p;
-        PluginTest::TearDown();
-    }
-
     // A camera buffer holding one w x h frame at offset kGuard, with guard
     // bytes of 0xEE before and after.
     void NewFrame(int w, int h, int seed = 1) {
-        m_nW = w;
-        m_nH = h;
-        m_frame.reset(new CameraBuffer((size_t)w * h * 3 / 2 + 2 * kGuard, 0xEE));
-        FillFrame(Frame(), w, h, seed);
-        m_original.assign(Frame(), Frame() + (size_t)w * h * 3 / 2);
+        m_in.reset(new SPImage(SPImage::Pattern(w, h, seed)));
+        m_frame.reset(new CameraBuffer(m_in->data.size() + 2 * kGuard, 0xEE));
+        memcpy(Frame(), m_in->data.data(), m_in->data.size());
     }
     unsigned char* Frame() { return m_frame->Base() + kGuard; }
     int SendFrame() { return m_p->handlePreview(m_frame->Fd(), m_frame->Base(), kGuard); }
     bool GuardsIntact() {
-        size_t n = (size_t)m_nW * m_nH * 3 / 2;
-        return Untouched(m_frame->Base(), kGuard, 0xEE) && Untouched(Frame() + n, kGuard, 0xEE);
+        return All(m_frame->Base(), kGuard, 0xEE) && All(Frame() + m_in->data.size(), kGuard, 0xEE);
     }
     bool FrameUntouched() {
-        return std::equal(m_original.begin(), m_original.end(), Frame()) && GuardsIntact();
+        return std::equal(m_in->data.begin(), m_in->data.end(), Frame()) && GuardsIntact();
     }
     bool FrameProcessed() {
-        size_t n = (size_t)m_nW * m_nH;
-        return Untouched(Frame(), n, 200) && Untouched(Frame() + n, n / 2, 100) && GuardsIntact();
+        const size_t n = (size_t)m_in->w * m_in->h;
+        return All(Frame(), n, 200) && All(Frame() + n, n / 2, 100) && GuardsIntact();
     }
-
     // Effect 9 with both groups, preview 64 x 32, the manager up.
     void BringUp() {
-        ASSERT_EQ(0,
-                  m_p->setParameters(String8("GPU-effect=9;GE-param0=1,2,3,4;GE-param1=5,6,7,8")));
+        ASSERT_EQ(0, m_p->setParameters(String8(kBoth)));
         ASSERT_EQ(0, m_p->startPreview(kW, kH));
         NewFrame(kW, kH);
         ASSERT_EQ(0, SendFrame());
@@ -121,83 +78,59 @@ protected:
         FakeManager::ClearCalls();
     }
 
-    GPUPostEffect* m_p = nullptr;
     std::unique_ptr<CameraBuffer> m_frame;
-    std::vector<unsigned char> m_original;
-    int m_nW = 0;
-    int m_nH = 0;
+    std::unique_ptr<SPImage> m_in;
 };
 
 // ---------------------------------------------------------------------------
 // Preview
 
+// The first frame brings the manager up over a buffer of the preview's size
+// (width aligned to 32), expands the frame into it as "yuvx" padded by its
+// last column, and the result replaces the frame; later frames reuse it.
 TEST_F(PipelineTest, FirstFrameBringsTheManagerUpAndTheResultReplacesTheFrame) {
-    ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=9;GE-param0=1,2,3,4;GE-param1=5,6,7,8")));
-    ASSERT_EQ(0, m_p->startPreview(kW, kH));
-    EXPECT_TRUE(FakeManager::Calls().empty());  // nothing before the first frame
-    NewFrame(kW, kH);
-    GETestLog log;
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"Init 64 32 0 0 64 32", "Choose 9 0", "SetParam 0 1 2 3 4",
-                     "SetParam 1 5 6 7 8", "Preview", "Memcpy"}),
-              FakeManager::Calls());
-    EXPECT_EQ(static_cast<IYUVConverter*>(m_p), FakeManager::Converter());
-    EXPECT_EQ(kW, FakeManager::BufferStride());
-    EXPECT_EQ(kH, FakeManager::BufferHeight());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             "handlePreview: isGEInit == false, internalStartPreview = 0."))
-        << log.Dump();
+    const int sizes[][3] = {{64, 32, 64}, {80, 16, 96}};  // w, h, buffer stride
+    for (const auto& s : sizes) {
+        SCOPED_TRACE(s[0]);
+        ASSERT_EQ(0, m_p->setParameters(String8(kBoth)));
+        ASSERT_EQ(0, m_p->startPreview(s[0], s[1]));
+        EXPECT_TRUE(FakeManager::Calls().empty());  // nothing before the first frame
+        NewFrame(s[0], s[1]);
+        GETestLog log;
+        ASSERT_EQ(0, SendFrame());
+        const std::string init = "Init " + std::to_string(s[2]) + " " + std::to_string(s[1]) +
+                                 " 0 0 " + std::to_string(s[0]) + " " + std::to_string(s[1]);
+        EXPECT_EQ((Calls{init, "Choose 9 0", "SetParam 0 1 2 3 4", "SetParam 1 5 6 7 8", "Preview",
+                         "Memcpy"}),
+                  FakeManager::Calls());
+        const FakeRecord seen = FakeManager::Seen();
+        EXPECT_EQ(static_cast<IYUVConverter*>(m_p), seen.converter);
+        EXPECT_EQ(s[2], seen.stride);
+        EXPECT_EQ(s[1], seen.height);
+        EXPECT_TRUE(ExpectedYuvx(*m_in, s[2], s[1], 0, 0, s[0], s[1]) == seen.previewPixels);
+        EXPECT_TRUE(
+            log.HasExact(D, kTag, "handlePreview: isGEInit == false, internalStartPreview = 0."));
+        EXPECT_TRUE(FrameProcessed());
 
-    // The manager sampled the frame expanded to "yuvx".
-    std::vector<unsigned char> pixels = FakeManager::PreviewPixels();
-    ASSERT_EQ((size_t)kW * kH * 4, pixels.size());
-    const unsigned char* y = m_original.data();
-    for (int r = 0; r < kH; ++r) {
-        for (int c = 0; c < kW; ++c) {
-            ASSERT_EQ(SourcePixel(y, y + kW * kH, kW, c, r), At(pixels.data(), kW, c, r))
-                << c << ", " << r;
-        }
-    }
-    EXPECT_TRUE(FrameProcessed());
-
-    // The next frame reuses the manager; the groups went with the first.
-    FakeManager::ClearCalls();
-    FillFrame(Frame(), kW, kH, 2);
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"Preview", "Memcpy"}), FakeManager::Calls());
-    EXPECT_TRUE(FrameProcessed());
-}
-
-TEST_F(PipelineTest, PreviewWidthOffTheAlignmentIsPaddedByItsLastColumn) {
-    const int w = 80, h = 16;  // buffer rows of 96 pixels
-    ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=4")));
-    ASSERT_EQ(0, m_p->startPreview(w, h));
-    NewFrame(w, h, 9);
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ("Init 96 16 0 0 80 16", FakeManager::Calls().at(0));
-    EXPECT_EQ(96, FakeManager::BufferStride());
-    std::vector<unsigned char> pixels = FakeManager::PreviewPixels();
-    ASSERT_EQ((size_t)96 * h * 4, pixels.size());
-    const unsigned char* y = m_original.data();
-    for (int r = 0; r < h; ++r) {
-        for (int c = 0; c < 96; ++c) {
-            ASSERT_EQ(SourcePixel(y, y + w * h, w, std::min(c, w - 1), r),
-                      At(pixels.data(), 96, c, r))
-                << c << ", " << r;
-        }
+        FakeManager::ClearCalls();
+        NewFrame(s[0], s[1], 2);
+        ASSERT_EQ(0, SendFrame());
+        EXPECT_EQ((Calls{"Preview", "Memcpy"}), FakeManager::Calls());
+        EXPECT_TRUE(FrameProcessed());
+        ASSERT_EQ(0, m_p->stopPreview());
+        FakeManager::ClearCalls();
     }
 }
 
-TEST_F(PipelineTest, StartPreviewWithTheSameSizeKeepsTheManagerAnotherSizeTearsItDown) {
+TEST_F(PipelineTest, StartAndStopPreviewKeepOrTearDownTheManager) {
     BringUp();
+    // The same size keeps the manager; the groups go again with the next frame.
     ASSERT_EQ(0, m_p->startPreview(kW, kH));
     EXPECT_TRUE(FakeManager::Calls().empty());
-    EXPECT_TRUE(GPUPostEffectPeer::GEInit(m_p));
-    // The groups are handed over again with the next frame.
     ASSERT_EQ(0, SendFrame());
     EXPECT_EQ((Calls{"SetParam 0 1 2 3 4", "SetParam 1 5 6 7 8", "Preview", "Memcpy"}),
               FakeManager::Calls());
-
+    // Another size tears it down; the next frame brings it up at that size.
     FakeManager::ClearCalls();
     ASSERT_EQ(0, m_p->startPreview(128, 64));
     EXPECT_EQ((Calls{"Deinit"}), FakeManager::Calls());
@@ -208,6 +141,15 @@ TEST_F(PipelineTest, StartPreviewWithTheSameSizeKeepsTheManagerAnotherSizeTearsI
                      "SetParam 1 5 6 7 8", "Preview", "Memcpy"}),
               FakeManager::Calls());
     EXPECT_TRUE(FrameProcessed());
+    // stopPreview tears it down and frames are refused until a new preview.
+    FakeManager::ClearCalls();
+    ASSERT_EQ(0, m_p->stopPreview());
+    EXPECT_EQ((Calls{"Deinit"}), FakeManager::Calls());
+    EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
+    EXPECT_EQ(-1, SendFrame());
+    ASSERT_EQ(0, m_p->startPreview(128, 64));
+    ASSERT_EQ(0, SendFrame());
+    EXPECT_EQ("Init 128 64 0 0 128 64", FakeManager::Calls().at(1));
 }
 
 TEST_F(PipelineTest, EffectZeroTearsTheManagerDownAndLeavesFramesUntouched) {
@@ -216,66 +158,61 @@ TEST_F(PipelineTest, EffectZeroTearsTheManagerDownAndLeavesFramesUntouched) {
     GETestLog log;
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=0")));
     EXPECT_EQ((Calls{"Choose 0 0"}), FakeManager::Calls());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_INFO, "GPUPostEffect",
+    EXPECT_TRUE(log.HasExact(I, kTag,
                              "int korvo::GPUPostEffect::setParameters(korvo::GPUPostEffect::"
-                             "GPUTask*): old effect = 9, new effect = 0."))
-        << log.Dump();
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             "setParameters: isGEInit == true: call to ChooseEffect."));
+                             "GPUTask*): old effect = 9, new effect = 0."));
+    EXPECT_TRUE(log.HasExact(D, kTag, "setParameters: isGEInit == true: call to ChooseEffect."));
 
-    NewFrame(kW, kH, 3);
-    FakeManager::ClearCalls();
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"Deinit"}), FakeManager::Calls());
-    EXPECT_TRUE(FrameUntouched());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             "handlePreview: isGEInit == true, internalStopPreview."));
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect", "internalStopPreview E."));
-
-    FakeManager::ClearCalls();
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_TRUE(FakeManager::Calls().empty());
-    EXPECT_TRUE(FrameUntouched());
+    for (const Calls& calls : {Calls{"Deinit"}, Calls{}}) {
+        NewFrame(kW, kH, 3);
+        FakeManager::ClearCalls();
+        ASSERT_EQ(0, SendFrame());
+        EXPECT_EQ(calls, FakeManager::Calls());
+        EXPECT_TRUE(FrameUntouched());
+    }
+    EXPECT_TRUE(log.HasExact(D, kTag, "handlePreview: isGEInit == true, internalStopPreview."));
 
     // Back to an effect: chosen with the next frame, since the manager is down.
     g_fake.bChooseOk = true;
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=6")));
     EXPECT_TRUE(FakeManager::Calls().empty());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             "setParameters: isGEInit == false: no call to ChooseEffect."));
+    EXPECT_TRUE(
+        log.HasExact(D, kTag, "setParameters: isGEInit == false: no call to ChooseEffect."));
     ASSERT_EQ(0, SendFrame());
     EXPECT_EQ("Choose 6 0", FakeManager::Calls().at(1));
     EXPECT_TRUE(FrameProcessed());
 }
 
+// A failed bring-up gives 2 and leaves the frame; the next frame retries.
 TEST_F(PipelineTest, BringUpFailureGivesTwoAndTheNextFrameRetries) {
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=9")));
     ASSERT_EQ(0, m_p->startPreview(kW, kH));
     NewFrame(kW, kH);
     GETestLog log;
-    g_fake.bInitOk = false;
-    EXPECT_EQ(2, SendFrame());
-    EXPECT_EQ((Calls{"Init 64 32 0 0 64 32"}), FakeManager::Calls());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             "handlePreview: isGEInit == false, internalStartPreview = 2."));
-    EXPECT_TRUE(FrameUntouched());
-
-    // ChooseEffect failing leaves the manager initialised but not marked up.
-    FakeManager::ClearCalls();
-    g_fake.bInitOk = true;
-    g_fake.bChooseOk = false;
-    EXPECT_EQ(2, SendFrame());
-    EXPECT_EQ((Calls{"Init 64 32 0 0 64 32", "Choose 9 0"}), FakeManager::Calls());
-    EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
-    EXPECT_TRUE(FrameUntouched());
-
-    FakeManager::ClearCalls();
-    g_fake.bChooseOk = true;
-    EXPECT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"Init 64 32 0 0 64 32", "Choose 9 0", "SetParam 0 0 0 0 0",
-                     "SetParam 1 0 0 0 0", "Preview", "Memcpy"}),
-              FakeManager::Calls());
-    EXPECT_TRUE(FrameProcessed());
+    const struct {
+        bool init, choose;
+        Calls calls;
+    } cases[] = {
+        {false, true, {"Init 64 32 0 0 64 32"}},
+        // The manager stays initialised but is not marked up.
+        {true, false, {"Init 64 32 0 0 64 32", "Choose 9 0"}},
+        {true,
+         true,
+         {"Init 64 32 0 0 64 32", "Choose 9 0", "SetParam 0 0 0 0 0", "SetParam 1 0 0 0 0",
+          "Preview", "Memcpy"}},
+    };
+    for (const auto& c : cases) {
+        FakeManager::ClearCalls();
+        g_fake.bInitOk = c.init;
+        g_fake.bChooseOk = c.choose;
+        const bool ok = c.init && c.choose;
+        EXPECT_EQ(ok ? 0 : 2, SendFrame());
+        EXPECT_EQ(c.calls, FakeManager::Calls());
+        EXPECT_EQ(ok, GPUPostEffectPeer::GEInit(m_p));
+        EXPECT_TRUE(ok ? FrameProcessed() : FrameUntouched());
+    }
+    EXPECT_TRUE(
+        log.HasExact(D, kTag, "handlePreview: isGEInit == false, internalStartPreview = 2."));
 }
 
 TEST_F(PipelineTest, ParameterChangesReachTheManager) {
@@ -293,15 +230,12 @@ TEST_F(PipelineTest, ParameterChangesReachTheManager) {
     FakeManager::ClearCalls();
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=8;GE-param0=1,0,0,0")));
     EXPECT_EQ((Calls{"Choose 8 0"}), FakeManager::Calls());
-    EXPECT_TRUE(FakeManager::LandscapedAtChoose());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_INFO, "GPUPostEffect",
-                             "[Tamso][setParameters] mpGEMan->m_bLandscaped = true"))
-        << log.Dump();
+    EXPECT_TRUE(FakeManager::Seen().landscapedAtChoose);
+    EXPECT_TRUE(log.HasExact(I, kTag, "[Tamso][setParameters] mpGEMan->m_bLandscaped = true"));
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=9")));
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=8;GE-param0=0,5,5,5")));
-    EXPECT_FALSE(FakeManager::LandscapedAtChoose());
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_INFO, "GPUPostEffect",
-                             "[Tamso][setParameters] mpGEMan->m_bLandscaped = false"));
+    EXPECT_FALSE(FakeManager::Seen().landscapedAtChoose);
+    EXPECT_TRUE(log.HasExact(I, kTag, "[Tamso][setParameters] mpGEMan->m_bLandscaped = false"));
 
     // A refused choice is made again with the next frame.
     FakeManager::ClearCalls();
@@ -319,32 +253,16 @@ TEST_F(PipelineTest, CropGoesWithTheNextFrameInFractionsOfThePreview) {
     ASSERT_EQ(0, m_p->setCrop(16, 8, 32, 16));
     EXPECT_TRUE(FakeManager::Calls().empty());
     ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"SetCrop 0.25 0.25 0.50 0.50", "Preview", "Memcpy"}), FakeManager::Calls());
-    FakeManager::ClearCalls();
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ((Calls{"Preview", "Memcpy"}), FakeManager::Calls());
-
+    ASSERT_EQ(0, SendFrame());  // once only
+    EXPECT_EQ((Calls{"SetCrop 0.25 0.25 0.50 0.50", "Preview", "Memcpy", "Preview", "Memcpy"}),
+              FakeManager::Calls());
     // Any integers: passed on as quotients, nothing else happens.
     FakeManager::ClearCalls();
     ASSERT_EQ(0, m_p->setCrop(INT_MIN, INT_MAX, -1, 0));
     ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ(3u, FakeManager::Calls().size());
-    EXPECT_EQ(0u, FakeManager::Calls().at(0).find("SetCrop -33554432.00 67108864.00 -0.02 0.00"))
-        << FakeManager::Calls().at(0);
+    EXPECT_EQ((Calls{"SetCrop -33554432.00 67108864.00 -0.02 0.00", "Preview", "Memcpy"}),
+              FakeManager::Calls());
     EXPECT_TRUE(FrameProcessed());
-}
-
-TEST_F(PipelineTest, StopPreviewTearsDownAndFramesAreRefused) {
-    BringUp();
-    ASSERT_EQ(0, m_p->stopPreview());
-    EXPECT_EQ((Calls{"Deinit"}), FakeManager::Calls());
-    EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
-    EXPECT_EQ(-1, SendFrame());
-    // A new preview brings the manager up again with its first frame.
-    FakeManager::ClearCalls();
-    ASSERT_EQ(0, m_p->startPreview(kW, kH));
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ("Init 64 32 0 0 64 32", FakeManager::Calls().at(0));
 }
 
 TEST_F(PipelineTest, BadFramesAreRefusedWithMinusOne) {
@@ -352,27 +270,29 @@ TEST_F(PipelineTest, BadFramesAreRefusedWithMinusOne) {
     ASSERT_EQ(0, m_p->startPreview(kW, kH));
     NewFrame(kW, kH);
     GETestLog log;
-    EXPECT_EQ(-1, m_p->handlePreview(m_frame->Fd(), nullptr, 0));
+    const int fd = m_frame->Fd();
+    unsigned char* base = m_frame->Base();
+    EXPECT_EQ(-1, m_p->handlePreview(fd, nullptr, 0));
     EXPECT_EQ(-1, m_p->handlePreview(-1, nullptr, kGuard));
-    EXPECT_EQ(-1, m_p->handlePreview(m_frame->Fd(), m_frame->Base(), -2));
+    EXPECT_EQ(-1, m_p->handlePreview(fd, base, -2));
     // The frame would run past the end of its buffer.
-    EXPECT_EQ(-1, m_p->handlePreview(m_frame->Fd(), m_frame->Base(), 2 * kGuard + 2));
-    EXPECT_EQ(-1, m_p->handlePreview(m_frame->Fd(), m_frame->Base(), INT_MAX));
+    EXPECT_EQ(-1, m_p->handlePreview(fd, base, 2 * kGuard + 2));
+    EXPECT_EQ(-1, m_p->handlePreview(fd, base, INT_MAX));
     CameraBuffer small((size_t)kW * kH * 3 / 2 - 1, 0x11);
     EXPECT_EQ(-1, m_p->handlePreview(small.Fd(), small.Base(), 0));
-    EXPECT_TRUE(Untouched(small.Base(), small.Size(), 0x11));
+    EXPECT_TRUE(All(small.Base(), small.Size(), 0x11));
     EXPECT_EQ(6, log.Count("[handlePreview] frame refused")) << log.Dump();
     EXPECT_TRUE(FakeManager::Calls().empty());
     EXPECT_TRUE(FrameUntouched());
 
     // A frame whose buffer has no size to check (no descriptor), and one
     // that ends exactly where its buffer ends, are processed.
-    EXPECT_EQ(0, m_p->handlePreview(-1, m_frame->Base(), kGuard));
+    EXPECT_EQ(0, m_p->handlePreview(-1, base, kGuard));
     EXPECT_TRUE(FrameProcessed());
     CameraBuffer exact((size_t)kW * kH * 3 / 2, 0x11);
     EXPECT_EQ(0, m_p->handlePreview(exact.Fd(), exact.Base(), 0));
-    EXPECT_TRUE(Untouched(exact.Base(), (size_t)kW * kH, 200));
-    EXPECT_TRUE(Untouched(exact.Base() + kW * kH, (size_t)kW * kH / 2, 100));
+    EXPECT_TRUE(All(exact.Base(), (size_t)kW * kH, 200));
+    EXPECT_TRUE(All(exact.Base() + kW * kH, (size_t)kW * kH / 2, 100));
 }
 
 TEST_F(PipelineTest, PreviewSizesThePipelineCannotRunGiveTwo) {
@@ -382,10 +302,11 @@ TEST_F(PipelineTest, PreviewSizesThePipelineCannotRunGiveTwo) {
         {0, 0},  {-64, 32},          {64, -32},    {63, 32},           {64, 31},      {8, 8},
         {64, 1}, {INT_MAX, INT_MAX}, {INT_MIN, 2}, {1 << 20, 1 << 20}, {46342, 46342}};
     for (const auto& s : sizes) {
+        SCOPED_TRACE(testing::Message() << s[0] << " x " << s[1]);
         GETestLog log;
-        ASSERT_EQ(0, m_p->startPreview(s[0], s[1])) << s[0] << " x " << s[1];
+        ASSERT_EQ(0, m_p->startPreview(s[0], s[1]));
         // A frame that fits its buffer as far as the check can tell.
-        EXPECT_EQ(2, m_p->handlePreview(-1, Frame(), 0)) << s[0] << " x " << s[1];
+        EXPECT_EQ(2, m_p->handlePreview(-1, Frame(), 0));
         EXPECT_EQ(1, log.Count("[internalStartPreview] bad preview size")) << log.Dump();
     }
     EXPECT_TRUE(FakeManager::Calls().empty());
@@ -402,44 +323,34 @@ protected:
     static const int kYOff = 64;
     static const int kUVOff = kCW * kCH + 32;  // a gap between the planes
 
+    // A camera buffer of 0xC5 with the planes of a w x h capture at yOff and
+    // yOff + uvOff.
     void NewCapture(int w = kCW, int h = kCH, int yOff = kYOff, int uvOff = kUVOff) {
-        m_nCapBytes = (size_t)yOff + uvOff + (size_t)w * h / 2 + 64;
-        m_capture.reset(new CameraBuffer(m_nCapBytes, 0xC5));
-        unsigned char* y = m_capture->Base() + yOff;
-        unsigned char* uv = y + uvOff;
-        for (int i = 0; i < w * h; ++i) {
-            y[i] = (unsigned char)(i * 5 + i / w);
-        }
-        for (int i = 0; i < w * h / 2; ++i) {
-            uv[i] = (unsigned char)(i * 11 + 7);
-        }
-        m_capOriginal.assign(m_capture->Base(), m_capture->Base() + m_nCapBytes);
+        const SPImage img = SPImage::Pattern(w, h, 7);
+        m_capture.reset(new CameraBuffer((size_t)yOff + uvOff + (size_t)w * h / 2 + 64, 0xC5));
+        memcpy(m_capture->Base() + yOff, img.YPlane(), (size_t)w * h);
+        memcpy(m_capture->Base() + yOff + uvOff, img.UVPlane(), (size_t)w * h / 2);
+        m_capOriginal = m_capture->Bytes();
     }
     int Capture(int w = kCW, int h = kCH, int yOff = kYOff, int uvOff = kUVOff) {
         return m_p->handleCapture(w, h, m_capture->Fd(), m_capture->Base(), yOff, uvOff);
     }
-    bool CaptureUntouched() {
-        return std::equal(m_capOriginal.begin(), m_capOriginal.end(), m_capture->Base());
-    }
+    bool CaptureUntouched() { return m_capOriginal == m_capture->Bytes(); }
     // Every plane byte inverted by the double, everything else as it was.
     bool CaptureInverted(int w = kCW, int h = kCH, int yOff = kYOff, int uvOff = kUVOff) {
-        size_t yBegin = (size_t)yOff, yEnd = yBegin + (size_t)w * h;
-        size_t cBegin = yBegin + uvOff, cEnd = cBegin + (size_t)w * h / 2;
-        for (size_t i = 0; i < m_nCapBytes; ++i) {
-            bool plane = (i >= yBegin && i < yEnd) || (i >= cBegin && i < cEnd);
-            unsigned char want = plane ? (unsigned char)(255 - m_capOriginal[i]) : m_capOriginal[i];
-            if (m_capture->Base()[i] != want) {
-                ADD_FAILURE() << "byte " << i << ": " << (int)m_capture->Base()[i]
-                              << " != " << (int)want;
-                return false;
+        std::vector<unsigned char> want = m_capOriginal;
+        const size_t planes[][2] = {{(size_t)yOff, (size_t)w * h},
+                                    {(size_t)yOff + uvOff, (size_t)w * h / 2}};
+        for (const auto& p : planes) {
+            for (size_t i = p[0]; i < p[0] + p[1]; ++i) {
+                want[i] = (unsigned char)(255 - want[i]);
             }
         }
-        return true;
+        return want == m_capture->Bytes();
     }
 
     std::unique_ptr<CameraBuffer> m_capture;
     std::vector<unsigned char> m_capOriginal;
-    size_t m_nCapBytes = 0;
 };
 
 TEST_F(CaptureTest, CaptureTearsThePreviewDownRunsTheTilesAndWritesThePlanes) {
@@ -455,35 +366,33 @@ TEST_F(CaptureTest, CaptureTearsThePreviewDownRunsTheTilesAndWritesThePlanes) {
         FakeManager::Calls());
     EXPECT_TRUE(CaptureInverted());
     EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect",
-                             " cw = 160, ch = 80, vp_w = 64, vp_h = 32."))
-        << log.Dump();
+    EXPECT_TRUE(log.HasExact(D, kTag, " cw = 160, ch = 80, vp_w = 64, vp_h = 32."));
     EXPECT_EQ(1, log.Count("[handleCapture] Capture image time = "));
     EXPECT_EQ(9, log.Count("[convertRect] w = 160, h = 80, dw=64"));
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_INFO, "GPUPostEffect",
-                             "[convertRect] w = 160, h = 80, dw=64, rx=128, ry=64, rw=32, rh=16"));
+    EXPECT_TRUE(
+        log.HasExact(I, kTag, "[convertRect] w = 160, h = 80, dw=64, rx=128, ry=64, rw=32, rh=16"));
     EXPECT_EQ(0, log.Count("outside the"));  // no tile needed clamping
-    const char* traced = "int korvo::GPUPostEffect::handleCapture(korvo::GPUPostEffect::GPUTask*)";
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect", std::string(traced) + " E."));
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_DEBUG, "GPUPostEffect", std::string(traced) + " X."));
+    const std::string traced =
+        "int korvo::GPUPostEffect::handleCapture(korvo::GPUPostEffect::GPUTask*)";
+    EXPECT_TRUE(log.HasExact(D, kTag, traced + " E."));
+    EXPECT_TRUE(log.HasExact(D, kTag, traced + " X."));
 
-    // The next preview frame brings the preview manager up again.
-    FakeManager::ClearCalls();
-    ASSERT_EQ(0, SendFrame());
-    EXPECT_EQ("Init 64 32 0 0 64 32", FakeManager::Calls().at(0));
-}
-
-TEST_F(CaptureTest, AStoredCropGoesWithEveryCapture) {
-    BringUp();
-    NewCapture();
-    ASSERT_EQ(0, Capture());
-    EXPECT_EQ("SetCrop 0.00 0.00 0.00 0.00", FakeManager::Calls().at(5));
+    // The stored crop goes with every capture, not only once.
     ASSERT_EQ(0, m_p->setCrop(80, 40, 40, 20));
     FakeManager::ClearCalls();
     NewCapture();
     ASSERT_EQ(0, Capture());
     EXPECT_EQ("SetCrop 0.50 0.50 0.25 0.25", FakeManager::Calls().at(4));
+    FakeManager::ClearCalls();
+    NewCapture();
+    ASSERT_EQ(0, Capture());
+    EXPECT_EQ("SetCrop 0.50 0.50 0.25 0.25", FakeManager::Calls().at(4));
     EXPECT_TRUE(CaptureInverted());
+
+    // The next preview frame brings the preview manager up again.
+    FakeManager::ClearCalls();
+    ASSERT_EQ(0, SendFrame());
+    EXPECT_EQ("Init 64 32 0 0 64 32", FakeManager::Calls().at(0));
 }
 
 TEST_F(CaptureTest, FailuresGiveThreeAndLeaveThePlanesUntouched) {
@@ -528,46 +437,43 @@ TEST_F(CaptureTest, CaptureAtEffectZeroOnTheWorkerStillTearsThePreviewDown) {
 TEST_F(CaptureTest, BadSizesAndPlanesAreRefusedWithThreeBeforeAnythingRuns) {
     ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=9")));
     NewCapture();
-    // No preview size yet: the tiles have no size.
     {
-        GETestLog log;
+        GETestLog log;  // no preview size yet: the tiles have no size
         EXPECT_EQ(3, Capture());
         EXPECT_EQ(1, log.Count("capture refused")) << log.Dump();
     }
     ASSERT_EQ(0, m_p->startPreview(kW, kH));
-
     const int sizes[][2] = {{0, 0},       {-160, 80},     {160, -80},     {161, 80},
                             {160, 81},    {0, 80},        {16, 16},       {48, 32},
                             {INT_MAX, 2}, {46342, 46342}, {65536, 65536}, {INT_MIN, INT_MIN}};
     for (const auto& s : sizes) {
+        SCOPED_TRACE(testing::Message() << s[0] << " x " << s[1]);
         GETestLog log;
-        EXPECT_EQ(3, Capture(s[0], s[1], kYOff, kUVOff)) << s[0] << " x " << s[1];
-        EXPECT_EQ(1, log.Count("bad capture size")) << s[0] << " x " << s[1];
-        EXPECT_TRUE(log.Has(ANDROID_LOG_ERROR, "GPUPostEffect", "capture refused"));
+        EXPECT_EQ(3, Capture(s[0], s[1], kYOff, kUVOff));
+        EXPECT_EQ(1, log.Count("bad capture size"));
+        EXPECT_TRUE(log.Has(ANDROID_LOG_ERROR, kTag, "capture refused"));
     }
-    struct {
+    unsigned char* base = m_capture->Base();
+    const struct {
         void* base;
         int yOff, uvOff;
     } planes[] = {
-        {nullptr, kYOff, kUVOff},
-        {m_capture->Base(), -1, kUVOff},
-        {m_capture->Base(), INT_MIN, kUVOff},
-        {m_capture->Base(), kYOff, kCW * kCH - 2},  // chroma overlapping the luma
-        {m_capture->Base(), kYOff, -kCW * kCH},
-        {m_capture->Base(), kYOff + 128, kUVOff},  // past the end of the buffer
-        {m_capture->Base(), INT_MAX, INT_MAX},
+        {nullptr, kYOff, kUVOff},  {base, -1, kUVOff},
+        {base, INT_MIN, kUVOff},   {base, kYOff, kCW * kCH - 2},  // chroma overlapping the luma
+        {base, kYOff, -kCW * kCH}, {base, kYOff + 128, kUVOff},   // past the end of the buffer
+        {base, INT_MAX, INT_MAX},
     };
     for (const auto& p : planes) {
+        SCOPED_TRACE(testing::Message() << p.yOff << ", " << p.uvOff);
         GETestLog log;
-        EXPECT_EQ(3, m_p->handleCapture(kCW, kCH, m_capture->Fd(), p.base, p.yOff, p.uvOff))
-            << p.yOff << ", " << p.uvOff;
+        EXPECT_EQ(3, m_p->handleCapture(kCW, kCH, m_capture->Fd(), p.base, p.yOff, p.uvOff));
         EXPECT_EQ(1, log.Count("bad planes")) << log.Dump();
     }
     EXPECT_TRUE(FakeManager::Calls().empty());
     EXPECT_TRUE(CaptureUntouched());
 
-    // Narrow captures that are whole 32-pixel groups, and the exact buffer,
-    // are processed.
+    // A narrow capture of whole 32-pixel groups, and the exact buffer, are
+    // processed.
     NewCapture(32, 16, 0, 32 * 16);
     EXPECT_EQ(0, Capture(32, 16, 0, 32 * 16));
     EXPECT_TRUE(CaptureInverted(32, 16, 0, 32 * 16));
@@ -577,26 +483,17 @@ TEST_F(CaptureTest, BadSizesAndPlanesAreRefusedWithThreeBeforeAnythingRuns) {
 }
 
 // convertRect keeps whatever rectangle an effect asks for inside the capture
-// and the destination. The capture's planes here are heap blocks of their
+// and the destination. The capture's planes here are a heap block of their
 // exact size, so that a read outside them is caught by the address checker.
 TEST_F(CaptureTest, ConvertRectConvertsAndKeepsRectanglesInside) {
     BringUp();
     const int cw = 160, ch = 80;
-    std::vector<unsigned char> planes((size_t)cw * ch * 3 / 2);
-    for (size_t i = 0; i < planes.size(); ++i) {
-        planes[i] = (unsigned char)(i * 29 + i / 160);
-    }
-    // The capture's result (the double writes nothing) replaces the planes
-    // at the end: keep the source for the expectations.
-    const std::vector<unsigned char> source = planes;
-    const unsigned char* y = source.data();
-    const unsigned char* uv = y + cw * ch;
-
-    struct Case {
+    const SPImage source = SPImage::Pattern(cw, ch, 11);
+    std::vector<unsigned char> planes = source.data;  // the capture writes the result here
+    const struct {
         int rx, ry, rw, rh;  // asked
         int ex, ey, ew, eh;  // read
-    };
-    const Case cases[] = {
+    } cases[] = {
         {32, 16, 64, 32, 32, 16, 64, 32},    // inside
         {96, 48, 64, 32, 96, 48, 64, 32},    // bottom-right corner
         {128, 64, 32, 16, 128, 64, 32, 16},  // a partial tile
@@ -609,54 +506,46 @@ TEST_F(CaptureTest, ConvertRectConvertsAndKeepsRectanglesInside) {
         {10, 10, 0, 0, 10, 10, 16, 2},  // empty
     };
     std::vector<std::vector<unsigned char>> results;
-    std::vector<int> answers;
-    int badDst[4] = {-2, -2, -2, -2};
+    std::vector<int> answers, badDst;
     IYUVConverter* conv = nullptr;
     g_fake.captureHook = [&](IYUVConverter* c, unsigned char* dst, int stride, int h) {
         conv = c;
-        for (const Case& k : cases) {
+        for (const auto& k : cases) {
             memset(dst, 0x5A, (size_t)stride * h * 4);
             answers.push_back(c->convertRect(dst, stride, h, k.rx, k.ry, k.rw, k.rh));
             results.emplace_back(dst, dst + (size_t)stride * h * 4);
         }
-        // Destinations that cannot be written as asked.
-        badDst[0] = c->convertRect(nullptr, stride, h, 0, 0, 64, 32);
-        badDst[1] = c->convertRect(dst, stride + 32, h, 0, 0, 64, 32);  // wider than the buffer
-        badDst[2] = c->convertRect(dst, stride, h + 2, 0, 0, 64, 32);   // taller
-        badDst[3] = c->convertRect(dst, 8, h, 0, 0, 8, 32);             // under one group
+        // Destinations that cannot be written as asked: none, wider or
+        // taller than the buffer, under one group.
+        badDst = {c->convertRect(nullptr, stride, h, 0, 0, 64, 32),
+                  c->convertRect(dst, stride + 32, h, 0, 0, 64, 32),
+                  c->convertRect(dst, stride, h + 2, 0, 0, 64, 32),
+                  c->convertRect(dst, 8, h, 0, 0, 8, 32)};
     };
     GETestLog log;
     ASSERT_EQ(0, m_p->handleCapture(cw, ch, -1, planes.data(), 0, cw * ch));
     ASSERT_EQ(static_cast<IYUVConverter*>(m_p), conv);
     ASSERT_EQ(sizeof(cases) / sizeof(cases[0]), results.size());
     for (size_t i = 0; i < results.size(); ++i) {
-        const Case& k = cases[i];
+        const auto& k = cases[i];
         EXPECT_EQ(1, answers[i]) << i;
-        std::vector<Pixel> want = Expected(y, uv, cw, kW, kH, k.ex, k.ey, k.ew, k.eh);
-        for (int r = 0; r < kH; ++r) {
-            for (int c = 0; c < kW; ++c) {
-                ASSERT_EQ(want[(size_t)r * kW + c], At(results[i].data(), kW, c, r))
-                    << "case " << i << " at " << c << ", " << r;
-            }
-        }
+        EXPECT_TRUE(ExpectedYuvx(source, kW, kH, k.ex, k.ey, k.ew, k.eh) == results[i])
+            << "case " << i;
     }
     EXPECT_EQ(7, log.Count("[convertRect] rectangle")) << log.Dump();
-    EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, "GPUPostEffect",
+    EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, kTag,
                              "[convertRect] rectangle (150, 70, 64 x 32) outside the 160 x 80 "
                              "capture or the 64 x 32 destination: reading (96, 48, 64 x 32)"));
-    for (int answer : badDst) {
-        EXPECT_EQ(0, answer);
-    }
+    EXPECT_EQ((std::vector<int>{0, 0, 0, 0}), badDst);
     EXPECT_EQ(4, log.Count("unusable destination"));
 
     // Outside a capture there is nothing to convert.
     std::vector<unsigned char> dst((size_t)kW * kH * 4, 0x5A);
     EXPECT_EQ(0, m_p->convertRect(dst.data(), kW, kH, 0, 0, kW, kH));
-    EXPECT_TRUE(Untouched(dst.data(), dst.size(), 0x5A));
+    EXPECT_TRUE(All(dst.data(), dst.size(), 0x5A));
 }
 
 // ---------------------------------------------------------------------------
-// Parameter strings of any bytes
 
 TEST_F(PipelineTest, ParameterStringsOfAnyBytesGiveAnEffectInRange) {
     BringUp();
@@ -671,11 +560,9 @@ TEST_F(PipelineTest, ParameterStringsOfAnyBytesGiveAnEffectInRange) {
     };
     for (int n = 0; n < 400; ++n) {
         std::string s;
-        int parts = (int)(next() % 12);
-        for (int i = 0; i < parts; ++i) {
+        for (int i = 0, parts = (int)(next() % 12); i < parts; ++i) {
             if (next() % 3 == 0) {
-                int len = (int)(next() % 8);
-                for (int j = 0; j < len; ++j) {
+                for (int j = 0, len = (int)(next() % 8); j < len; ++j) {
                     s.push_back((char)(next() % 256));  // embedded zeros included
                 }
             } else {
@@ -683,9 +570,9 @@ TEST_F(PipelineTest, ParameterStringsOfAnyBytesGiveAnEffectInRange) {
             }
         }
         ASSERT_EQ(0, m_p->setParameters(String8(s.data(), s.size()))) << n;
-        int effect = GPUPostEffectPeer::Params(m_p).m_nEffect;
+        const int effect = GPUPostEffectPeer::Params(m_p).m_nEffect;
         ASSERT_TRUE(effect >= -1 && effect <= 18) << n << ": " << effect;
-        int r = SendFrame();
+        const int r = SendFrame();
         ASSERT_TRUE(r == 0 || r == 2) << n << ": " << r;
     }
 }

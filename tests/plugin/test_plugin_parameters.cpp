@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "GETestLog.h"
 #include "plugin/GECameraParameters.h"
@@ -12,39 +13,28 @@ using android::String8;
 
 namespace {
 
-GECameraParameters Parse(const char* flat) {
+GECameraParameters Parse(const std::string& flat) {
     GECameraParameters p;
-    p.unflatten(String8(flat));
+    p.unflatten(String8(flat.c_str()));
     return p;
 }
 
-int EffectOf(const std::string& value, GETestLog* log = nullptr) {
-    GECameraParameters p = Parse(("GPU-effect=" + value).c_str());
-    int effect = 12345;
-    EXPECT_TRUE(p.getGPUEffect(&effect)) << value;
-    if (log) {
-        EXPECT_TRUE(log->Count("[GECameraParameters::getGPUEffect] leave") == 1) << log->Dump();
-    }
-    return effect;
-}
-
-bool DebugLine(const GETestLog& log, const std::string& text) {
+// The parser's lines are debug lines without a tag of their own.
+bool Logged(const GETestLog& log, const std::string& text) {
     for (const GETestLogLine& l : log.Lines()) {
-        if (l.priority == ANDROID_LOG_DEBUG && l.text == text) {
+        if (l.priority == ANDROID_LOG_DEBUG && l.text == "[GECameraParameters::" + text) {
             return true;
         }
     }
     return false;
 }
 
-}  // namespace
-
-TEST(GECameraParametersEffect, EveryCodeMapsToItsEffectAndLogsItsName) {
-    struct {
-        const char* code;
+TEST(GECameraParametersEffect, CodesMapToTheirEffectsAndLogTheirNames) {
+    const struct {
+        const char* value;
         int effect;
-        const char* name;
-    } expected[] = {
+        const char* name;  // null: the invalid-value line
+    } cases[] = {
         {"0", 0, "Bypass"},
         {"1", 1, "Vintage"},
         {"2", 2, "DoF"},
@@ -64,30 +54,33 @@ TEST(GECameraParametersEffect, EveryCodeMapsToItsEffectAndLogsItsName) {
         {"H", 16, "SplitToning_Color"},
         {"I", 17, "Sketch"},
         {"J", 18, "Color Sketch"},
+        // Only the first character counts.
+        {"12", 1, "Vintage"},
+        {"JZ", 18, "Color Sketch"},
+        // "A" is not a code, codes are case-sensitive, and the punctuation
+        // between "9" and "A" is nothing either.
+        {"A", -1, nullptr},
+        {"b", -1, nullptr},
+        {"j", -1, nullptr},
+        {":", -1, nullptr},
+        {"@", -1, nullptr},
+        {"K", -1, nullptr},
+        {"-1", -1, nullptr},
+        {" 1", -1, nullptr},
+        {"", -1, nullptr},
     };
-    for (const auto& e : expected) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string("'") + c.value + "'");
+        GECameraParameters p = Parse(std::string("GPU-effect=") + c.value);
         GETestLog log;
-        EXPECT_EQ(e.effect, EffectOf(e.code, &log)) << e.code;
-        EXPECT_TRUE(DebugLine(log, std::string("[GECameraParameters::getGPUEffect] ") + e.name))
+        int effect = 12345;
+        EXPECT_TRUE(p.getGPUEffect(&effect));
+        EXPECT_EQ(c.effect, effect);
+        EXPECT_TRUE(
+            Logged(log, std::string("getGPUEffect] ") + (c.name ? c.name : "invalid value")))
             << log.Dump();
-        EXPECT_EQ(0, log.Count("invalid value"));
-    }
-}
-
-TEST(GECameraParametersEffect, OnlyTheFirstCharacterCounts) {
-    EXPECT_EQ(1, EffectOf("12"));
-    EXPECT_EQ(9, EffectOf("9abc"));
-    EXPECT_EQ(18, EffectOf("JZ"));
-}
-
-TEST(GECameraParametersEffect, UnknownCodesGiveMinusOneWithTheInvalidLine) {
-    // "A" is not a code, codes are case-sensitive, and the punctuation between
-    // "9" and "A" is nothing either.
-    for (const char* value : {"A", "b", "j", ":", "@", "K", "Z", "-1", " 1", ""}) {
-        GETestLog log;
-        EXPECT_EQ(-1, EffectOf(value)) << "'" << value << "'";
-        EXPECT_TRUE(DebugLine(log, "[GECameraParameters::getGPUEffect] invalid value"))
-            << log.Dump();
+        EXPECT_EQ(c.name ? 0 : 1, log.Count("invalid value"));
+        EXPECT_EQ(1, log.Count("[GECameraParameters::getGPUEffect] leave"));
     }
 }
 
@@ -97,76 +90,48 @@ TEST(GECameraParametersEffect, MissingKeyOrNullPointer) {
     int effect = 7;
     EXPECT_FALSE(p.getGPUEffect(&effect));
     EXPECT_EQ(-1, effect);
-    EXPECT_TRUE(DebugLine(log, "[GECameraParameters::getGPUEffect] leave. no key GPU-effect"))
-        << log.Dump();
-
+    EXPECT_TRUE(Logged(log, "getGPUEffect] leave. no key GPU-effect")) << log.Dump();
     EXPECT_FALSE(p.getGPUEffect(nullptr));
-    EXPECT_TRUE(DebugLine(log, "[GECameraParameters::getGPUEffect] null pnEffectNo, leave"));
-
+    EXPECT_TRUE(Logged(log, "getGPUEffect] null pnEffectNo, leave"));
     // The code is found among other keys, wherever it stands.
-    GECameraParameters q = Parse("antibanding=auto;GPU-effect=8;zoom=0");
-    EXPECT_TRUE(q.getGPUEffect(&effect));
+    EXPECT_TRUE(Parse("antibanding=auto;GPU-effect=8;zoom=0").getGPUEffect(&effect));
     EXPECT_EQ(8, effect);
 }
 
-TEST(GECameraParametersGroups, WellFormedValues) {
-    GECameraParameters p = Parse(
-        "GE-param0=1,2,3,4;GE-param1=-5,+6,0,2147483647;GE-param2=1, 2,3,4;"
-        "GE-param3=10,20,30,40xyz");
-    int a = 0, b = 0, c = 0, d = 0;
-    ASSERT_TRUE(p.getGPUEffectParam(0, &a, &b, &c, &d));
-    EXPECT_EQ(1, a);
-    EXPECT_EQ(2, b);
-    EXPECT_EQ(3, c);
-    EXPECT_EQ(4, d);
-    ASSERT_TRUE(p.getGPUEffectParam(1, &a, &b, &c, &d));
-    EXPECT_EQ(-5, a);
-    EXPECT_EQ(6, b);
-    EXPECT_EQ(0, c);
-    EXPECT_EQ(2147483647, d);
-    // A blank before a number is what strtol skips.
-    ASSERT_TRUE(p.getGPUEffectParam(2, &a, &b, &c, &d));
-    EXPECT_EQ(1, a);
-    EXPECT_EQ(2, b);
-    // Trailing text after the fourth number is ignored.
-    ASSERT_TRUE(p.getGPUEffectParam(3, &a, &b, &c, &d));
-    EXPECT_EQ(10, a);
-    EXPECT_EQ(40, d);
+TEST(GECameraParametersGroups, ValuesAsStrtolReadsThem) {
+    const struct {
+        const char* value;
+        bool ok;
+        std::vector<int> words;
+    } cases[] = {
+        {"1,2,3,4", true, {1, 2, 3, 4}},
+        {"-5,+6,0,2147483647", true, {-5, 6, 0, 2147483647}},
+        {"1, 2,3,4", true, {1, 2, 3, 4}},            // a blank before a number is skipped
+        {"10,20,30,40xyz", true, {10, 20, 30, 40}},  // trailing text is ignored
+        {"1,2,,", true, {1, 2, 0, 0}},               // empty fields read as 0
+        // A blank before a comma, three numbers, other separators, a leading
+        // junk character, a fraction: nothing is written.
+        {"1 ,2,3,4", false, {-7, -7, -7, -7}},
+        {"1,2,3", false, {-7, -7, -7, -7}},
+        {"1|2|3|4", false, {-7, -7, -7, -7}},
+        {"x,1,2,3", false, {-7, -7, -7, -7}},
+        {"1.5,2,3,4", false, {-7, -7, -7, -7}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        for (int index = 0; index < 4; ++index) {
+            GECameraParameters p = Parse("GE-param" + std::to_string(index) + "=" + c.value);
+            GETestLog log;
+            std::vector<int> w(4, -7);
+            EXPECT_EQ(c.ok, p.getGPUEffectParam(index, &w[0], &w[1], &w[2], &w[3]));
+            EXPECT_EQ(c.words, w);
+            EXPECT_EQ(!c.ok, Logged(log, "getGPUEffectParam] parse_params format error"));
+        }
+    }
     // Null pointers are skipped, the others written.
     int only = -99;
-    ASSERT_TRUE(p.getGPUEffectParam(0, nullptr, nullptr, &only, nullptr));
+    ASSERT_TRUE(Parse("GE-param0=1,2,3,4").getGPUEffectParam(0, nullptr, nullptr, &only, nullptr));
     EXPECT_EQ(3, only);
-}
-
-TEST(GECameraParametersGroups, MalformedValuesWriteNothing) {
-    // A blank before a comma, three numbers, other separators, a leading junk
-    // character, a fraction.
-    for (const char* value : {"1 ,2,3,4", "1,2,3", "1|2|3|4", "x,1,2,3", "1.5,2,3,4"}) {
-        GECameraParameters p = Parse((std::string("GE-param0=") + value).c_str());
-        GETestLog log;
-        int a = -7, b = -7, c = -7, d = -7;
-        EXPECT_FALSE(p.getGPUEffectParam(0, &a, &b, &c, &d)) << value;
-        EXPECT_TRUE(
-            DebugLine(log, "[GECameraParameters::getGPUEffectParam] parse_params format error"))
-            << value << "\n"
-            << log.Dump();
-        EXPECT_EQ(-7, a);
-        EXPECT_EQ(-7, b);
-        EXPECT_EQ(-7, c);
-        EXPECT_EQ(-7, d);
-    }
-}
-
-TEST(GECameraParametersGroups, EmptyFieldsReadAsStrtolReadsThem) {
-    // strtol reads no digits as 0 and stops where it started, so an empty
-    // field followed by ',' (or an empty last field) is a 0.
-    GECameraParameters p = Parse("GE-param0=1,2,,");
-    int a = -7, b = -7, c = -7, d = -7;
-    ASSERT_TRUE(p.getGPUEffectParam(0, &a, &b, &c, &d));
-    EXPECT_EQ(1, a);
-    EXPECT_EQ(2, b);
-    EXPECT_EQ(0, c);
-    EXPECT_EQ(0, d);
 }
 
 TEST(GECameraParametersGroups, IndexOutOfRangeAndMissingKey) {
@@ -175,31 +140,11 @@ TEST(GECameraParametersGroups, IndexOutOfRangeAndMissingKey) {
     int a = -7;
     EXPECT_FALSE(p.getGPUEffectParam(4, &a, nullptr, nullptr, nullptr));
     EXPECT_FALSE(p.getGPUEffectParam(-1, &a, nullptr, nullptr, nullptr));
-    EXPECT_TRUE(
-        DebugLine(log, "[GECameraParameters::getGPUEffectParam] nIdx 4 out of range, return"));
-    EXPECT_TRUE(
-        DebugLine(log, "[GECameraParameters::getGPUEffectParam] nIdx -1 out of range, return"));
+    EXPECT_TRUE(Logged(log, "getGPUEffectParam] nIdx 4 out of range, return"));
+    EXPECT_TRUE(Logged(log, "getGPUEffectParam] nIdx -1 out of range, return"));
     EXPECT_FALSE(p.getGPUEffectParam(1, &a, nullptr, nullptr, nullptr));
-    EXPECT_TRUE(DebugLine(log, "[GECameraParameters::getGPUEffectParam] leave. no key GE-param1"))
-        << log.Dump();
+    EXPECT_TRUE(Logged(log, "getGPUEffectParam] leave. no key GE-param1")) << log.Dump();
     EXPECT_EQ(-7, a);
 }
 
-TEST(GECameraParametersGroups, ArbitraryBytesNeverCrash) {
-    // Parameter strings of any bytes: the parse either succeeds or reports.
-    unsigned seed = 12345;
-    for (int i = 0; i < 2000; i++) {
-        std::string flat = i % 2 ? "GPU-effect=" : "GE-param0=";
-        int n = (int)(seed % 24);
-        for (int k = 0; k < n; k++) {
-            seed = seed * 1103515245u + 12345u;
-            char ch = (char)(1 + (seed >> 16) % 255);
-            flat += ch;
-        }
-        GECameraParameters p = Parse(flat.c_str());
-        int effect = 0, a = 0, b = 0, c = 0, d = 0;
-        p.getGPUEffect(&effect);
-        EXPECT_TRUE(effect >= -1 && effect <= 18);
-        p.getGPUEffectParam(0, &a, &b, &c, &d);
-    }
-}
+}  // namespace

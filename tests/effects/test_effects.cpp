@@ -1,0 +1,256 @@
+// Bypass, Mirror and Bloom through the effect manager: semi-planar frames in,
+// the converted planes out, compared with values worked out from the colour
+// formulas, in preview and in tiled captures (seams, widened and partial
+// tiles, each tile mirrored about its own middle); the effect contract's
+// refusals.
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "GETestEngine.h"
+#include "GETestFrames.h"
+#include "GETestLog.h"
+#include "effects/GEShaderBloom.h"
+#include "effects/GEShaderBypass.h"
+#include "effects/GEShaderMirror.h"
+
+using namespace getest;
+
+namespace {
+
+const int kW = 64;  // texture (preview buffer) size
+const int kH = 32;
+const unsigned kBypass = 0;  // not in the manager's table: injected
+
+// Preview mirrors about the middle of the texture, captures about the middle
+// of each kW x kH tile.
+void PreviewRows(int x, int y, int* sx, int* sy) {
+    *sx = x;
+    *sy = y < kH / 2 ? y : kH - 1 - y;
+}
+void PreviewColumns(int x, int y, int* sx, int* sy) {
+    *sx = x < kW / 2 ? x : kW - 1 - x;
+    *sy = y;
+}
+void TileRows(int x, int y, int* sx, int* sy) {
+    PreviewRows(x, y % kH, sx, sy);
+    *sy += y / kH * kH;
+}
+void TileColumns(int x, int y, int* sx, int* sy) {
+    PreviewColumns(x % kW, y, sx, sy);
+    *sx += x / kW * kW;
+}
+
+SPImage GreyRamp(int w, int h) {
+    return SPImage::Grey(w, h, [](int x, int y) { return (x * 4 + y * 9) % 256; });
+}
+
+// Bypass running the crop-aware nested walk instead of the run walk.
+class CroppedBypass : public GEShaderBypass {
+public:
+    int ProcFrame(unsigned char*, unsigned char* out, int w, int h) override {
+        return WalkCropped(out, w, h);
+    }
+    using GEShaderBypass::ProcFrame;
+};
+
+bool Choose(ManagerRig& rig, unsigned effect, bool capture, bool landscape = false) {
+    return effect == kBypass ? rig.man.Inject(new GEShaderBypass(), capture, true)
+                             : rig.Choose(effect, capture, landscape);
+}
+
+struct PreviewCase {
+    const char* name;
+    unsigned effect;
+    bool landscape;
+    int w, h;  // the picture; the buffer is w aligned to 32 x h
+    bool grey;
+    SourceOf source;
+    RGB (*op)(const RGB&);
+};
+
+TEST(EffectPreview, FramesFollowTheFormulas) {
+    const PreviewCase cases[] = {
+        {"bypass", kBypass, false, 64, 32, false, Identity, Unchanged},
+        {"bypass 96 x 48", kBypass, false, 96, 48, false, Identity, Unchanged},
+        // Only the picture's part of each buffer row is sampled.
+        {"bypass 48 wide", kBypass, false, 48, 32, false, Identity, Unchanged},
+        {"bloom greys", 9, false, 64, 32, true, Identity, Bloom},
+        {"bloom colours, 48 wide", 9, false, 48, 32, false, Identity, Bloom},
+        {"mirror portrait", 8, false, 64, 32, false, PreviewRows, Unchanged},
+        {"mirror landscape", 8, true, 64, 32, false, PreviewColumns, Unchanged},
+        // The middle is column 32 whatever the picture's width.
+        {"mirror landscape, 48 wide", 8, true, 48, 32, false, PreviewColumns, Unchanged},
+    };
+    for (const PreviewCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        ManagerRig rig(c.w, c.h);
+        ASSERT_TRUE(rig.Init((unsigned)c.w, (unsigned)c.h));
+        GETestLog log;
+        ASSERT_TRUE(Choose(rig, c.effect, false, c.landscape));
+        if (c.effect == 8) {
+            EXPECT_TRUE(log.HasExact(ANDROID_LOG_INFO, "GEShaderMirror",
+                                     c.landscape ? "[Tamso] load Landscape mirror shader"
+                                                 : "[Tamso] load Protrait mirror shader"));
+        }
+        // Two frames: the second is processed afresh.
+        for (int seed : {0, 1}) {
+            SPImage in =
+                c.grey && seed == 0 ? GreyRamp(c.w, c.h) : SPImage::Pattern(c.w, c.h, seed);
+            std::vector<unsigned char> out = rig.Preview(in);
+            EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + (size_t)c.w * c.h, c.source,
+                                          c.op, 1.0, c.name));
+        }
+    }
+}
+
+// The landscape flag is read when the program is loaded: changing it alone
+// changes nothing until the effect is chosen again.
+TEST(EffectPreview, MirrorReadsItsFlagWhenChosen) {
+    ManagerRig rig;
+    ASSERT_TRUE(rig.Init(kW, kH));
+    ASSERT_TRUE(rig.Choose(8, false, true));
+    SPImage in = SPImage::Pattern(kW, kH);
+    rig.man.m_bLandscaped = false;
+    std::vector<unsigned char> out = rig.Preview(in);
+    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, PreviewColumns, Unchanged,
+                                  1.0, "flag changed"));
+    ASSERT_TRUE(rig.man.ChooseEffect(8, 0));
+    out = rig.Preview(in);
+    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, PreviewRows, Unchanged, 1.0,
+                                  "chosen again"));
+}
+
+struct CaptureCase {
+    const char* name;
+    unsigned effect;
+    bool landscape;
+    int W, H;
+    bool grey;
+    SourceOf source;
+    RGB (*op)(const RGB&);
+    const char* rects;  // what the converter is asked for
+};
+
+// Every output pixel comes from the formulas: no seam, no tile missing or
+// out of place, nothing written outside the planes or into the camera's.
+TEST(EffectCapture, TilesFollowTheFormulas) {
+    const char* quad = "0,0,64,32 64,0,64,32 0,32,64,32 64,32,64,32";
+    const CaptureCase cases[] = {
+        {"bypass, one tile", kBypass, false, 64, 32, false, Identity, Unchanged, "0,0,64,32"},
+        // One pixel pair more than a tile: a second, 32 wide, at W - 32.
+        {"bypass 66", kBypass, false, 66, 32, false, Identity, Unchanged, "0,0,64,32 34,0,32,32"},
+        // A 16-pixel remainder widened to 32 and moved left over its neighbour.
+        {"bypass 80", kBypass, false, 80, 32, false, Identity, Unchanged, "0,0,64,32 48,0,32,32"},
+        // 2.5 x 2.5 tiles: a 32-wide last column, a 16-high last row.
+        {"bypass 160 x 80", kBypass, false, 160, 80, false, Identity, Unchanged,
+         "0,0,64,32 64,0,64,32 128,0,32,32 0,32,64,32 64,32,64,32 128,32,32,32 0,64,64,16 "
+         "64,64,64,16 128,64,32,16"},
+        // Narrower than 32, shorter than a tile, then two tiles high.
+        {"bypass 16 x 20", kBypass, false, 16, 20, false, Identity, Unchanged, "0,0,16,20"},
+        {"bypass 16 x 48", kBypass, false, 16, 48, false, Identity, Unchanged,
+         "0,0,16,32 0,32,16,16"},
+        {"mirror portrait", 8, false, 128, 64, false, TileRows, Unchanged, quad},
+        {"mirror landscape", 8, true, 128, 64, false, TileColumns, Unchanged, quad},
+        {"bloom greys", 9, false, 128, 64, true, Identity, Bloom, quad},
+        // The right-hand tile widened to 64 and moved left, 16-high bottom row.
+        {"bloom 112 x 48", 9, false, 112, 48, false, Identity, Bloom,
+         "0,0,64,32 48,0,64,32 0,32,64,16 48,32,64,16"},
+    };
+    for (const CaptureCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        const SPImage in = c.grey ? GreyRamp(c.W, c.H) : SPImage::Pattern(c.W, c.H);
+        ManagerRig rig;
+        TileServer server(&in, [&rig] { rig.Clean(); });
+        ASSERT_TRUE(rig.Init(kW, kH, &server));
+        ASSERT_TRUE(Choose(rig, c.effect, true, c.landscape));
+        const size_t n = (size_t)c.W * c.H * 3 / 2;
+        std::vector<unsigned char> out(n + kGuard, kPoison);
+        SPImage camera = in;
+        ASSERT_TRUE(rig.man.ProcFrame(camera.YPlane(), camera.UVPlane(), out.data(), c.W, c.H));
+        ManagerRig::ExpectGuards(out, n);
+        EXPECT_EQ(in.data, camera.data);
+        EXPECT_EQ(c.rects, ToString(server.rects));
+        for (const TileServer::Call& call : server.calls) {
+            EXPECT_EQ(kW, call.dw);  // the buffer's stride and height
+            EXPECT_EQ(kH, call.dh);
+        }
+        EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + (size_t)c.W * c.H, c.source,
+                                      c.op, 1.0, c.name));
+    }
+}
+
+// The nested, crop-aware walk on Bypass's program: with the full crop the
+// picture comes back as it went, including the widened right-hand tile.
+TEST(EffectCapture, NestedWalkWithTheFullCrop) {
+    const SPImage in = SPImage::Pattern(80, 48);
+    ManagerRig rig;
+    TileServer server(&in, [&rig] { rig.Clean(); });
+    ASSERT_TRUE(rig.Init(kW, kH, &server));
+    ASSERT_TRUE(rig.man.Inject(new CroppedBypass(), true, true));
+    std::vector<unsigned char> out(80 * 48 * 3 / 2 + kGuard, kPoison);
+    ASSERT_TRUE(rig.man.ProcFrame(nullptr, out.data(), 80, 48));
+    ManagerRig::ExpectGuards(out, 80 * 48 * 3 / 2);
+    EXPECT_EQ("0,0,64,32 64,0,16,32 0,32,64,16 64,32,16,16", ToString(server.rects));
+    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + 80 * 48, Identity, Unchanged, 1.0,
+                                  "nested walk"));
+}
+
+// The contract every effect keeps: refusals with the effect's own lines and
+// nothing written; parameters accepted and ignored once initialised.
+TEST(EffectContract, RefusalsAndIgnoredParameters) {
+    struct Kind {
+        const char* tag;
+        std::function<GEShader*()> make;
+    };
+    const Kind kinds[] = {
+        {"GEShaderBypass", [] { return new GEShaderBypass(); }},
+        {"GEShaderMirror", [] { return new GEShaderMirror(); }},
+        {"GEShaderBloom", [] { return new GEShaderBloom(); }},
+    };
+    for (const Kind& k : kinds) {
+        SCOPED_TRACE(k.tag);
+        ManagerRig rig;
+        TileServer server;
+        ASSERT_TRUE(rig.Init(kW, kH, &server));
+        std::vector<unsigned char> out(kW * kH * 3 / 2, kPoison);
+        {
+            GETestLog log;
+            GEShader* e = k.make();
+            rig.man.Inject(e, false, false);
+            EXPECT_EQ(0, e->ProcFrame(0u, 0u, 0, 0));
+            EXPECT_EQ(0, e->ProcFrame(nullptr, out.data(), kW, kH));
+            EXPECT_EQ(0, e->SetParam(0, 1, 2, 3, 4));
+            EXPECT_EQ(2, log.Count("[ProcFrame] effect not initialized"));
+            EXPECT_TRUE(
+                log.HasExact(ANDROID_LOG_ERROR, k.tag, "[ProcFrame] effect not initialized"));
+            EXPECT_TRUE(
+                log.HasExact(ANDROID_LOG_ERROR, k.tag, "[SetParam] effect not initialized"));
+        }
+        {
+            ASSERT_TRUE(rig.man.Inject(k.make(), false, true));
+            GETestLog log;
+            EXPECT_EQ(0, rig.man.CurrShader()->ProcFrame(nullptr, out.data(), kW, kH));
+            EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, k.tag, "[ProcFrame] Capture mode only"));
+            const SPImage in = GreyRamp(kW, kH);
+            const std::vector<unsigned char> before = rig.Preview(in);
+            EXPECT_EQ(1, rig.man.SetParam(0, 1, 2, 3, 4));
+            EXPECT_EQ(1, rig.man.SetParam(1, 500, 2, 3, 4));
+            EXPECT_EQ(before, rig.Preview(in));
+        }
+        {
+            ASSERT_TRUE(rig.man.Inject(k.make(), true, true));
+            GETestLog log;
+            EXPECT_EQ(0, rig.man.CurrShader()->ProcFrame(0u, 0u, 0, 0));
+            EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, k.tag, "[ProcFrame] Preview mode only"));
+            EXPECT_EQ(1, rig.man.CurrShader()->Deinit());
+            EXPECT_EQ(1, rig.man.CurrShader()->Deinit());  // twice is harmless
+        }
+        EXPECT_TRUE(server.rects.empty());
+        EXPECT_EQ(std::vector<unsigned char>(kW * kH * 3 / 2, kPoison), out);
+    }
+}
+
+}  // namespace
