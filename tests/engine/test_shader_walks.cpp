@@ -336,7 +336,7 @@ TEST_F(WalkTest, NestedWalkRectanglesStayInsideTheImage) {
     Up();
     m_probe.m_bCropped = true;
     const float values[] = {0.0f, 0.1f, 0.33f, 0.5f, 0.61f, 0.9f, 0.999f, 1.0f};
-    const int sizes[][2] = {{128, 64}, {100, 40}, {16, 20}, {200, 90}, {66, 34}};
+    const int sizes[][2] = {{128, 64}, {100, 40}, {16, 20}, {200, 90}, {66, 34}, {67, 35}};
     int checked = 0;
     for (const auto& size : sizes) {
         const int W = size[0], H = size[1];

@@ -79,7 +79,9 @@ TEST_F(QueueTest, ThirdCallerWhileTheWorkerIsBusyGets99AndTheFourthTaskIsFreed) 
     ASSERT_TRUE(QueueHolds(2));
 
     // The queue holds two waiting tasks: the third caller is refused at once.
-    EXPECT_EQ(99, m_p->setCrop(2, 2, 2, 2));
+    std::atomic<int> d;
+    std::thread td = Async(&d, [&] { return m_p->setCrop(2, 2, 2, 2); });
+    EXPECT_TRUE(WaitFor([&] { return d != kPending; })) << "the third caller waits";
     EXPECT_TRUE(HasQueueLine(
         log, "bool korvo::GPUPostEffect::put(korvo::GPUPostEffect::GPUTask*): queue overflow."))
         << log.Dump();
@@ -92,7 +94,9 @@ TEST_F(QueueTest, ThirdCallerWhileTheWorkerIsBusyGets99AndTheFourthTaskIsFreed) 
     ta.join();
     tb.join();
     tc.join();
+    td.join();
     EXPECT_EQ(0, a | b | c);
+    EXPECT_EQ(99, d.load());
     // Run in order; the refused crop never ran.
     EXPECT_EQ((std::vector<int>{8, 4, 16, 8, 1}), GPUPostEffectPeer::Crop(m_p));
     // Four tasks were out at once: the pool keeps three, the last one back is
@@ -105,28 +109,36 @@ TEST_F(QueueTest, ThirdCallerWhileTheWorkerIsBusyGets99AndTheFourthTaskIsFreed) 
     EXPECT_EQ(1, log.Count("queue overflow."));
 }
 
-TEST_F(QueueTest, StopCancelsTheQueuedTaskAfterTheRunningOneFinished) {
+TEST_F(QueueTest, StopCancelsTheQueuedTasksAfterTheRunningOneFinished) {
     BringUp();
     GETestLog log;
     g_fake.previewGate.Arm();
-    std::atomic<int> a, b, s, destroyed;
+    std::atomic<int> a, b, c, s, destroyed;
     std::thread ta = Async(&a, [&] { return Frame(); });
     ASSERT_TRUE(g_fake.previewGate.WaitEntered());
     std::thread tb = Async(&b, [&] { return m_p->setCrop(2, 2, 8, 8); });
     ASSERT_TRUE(QueueHolds(1));
+    std::thread tc = Async(&c, [&] { return m_p->setCrop(4, 4, 8, 8); });
+    ASSERT_TRUE(QueueHolds(2));
     std::thread ts = AsyncStop(&s, &destroyed);
     ASSERT_TRUE(WaitFor([&] { return GPUPostEffectPeer::Exiting(m_p); }));
     EXPECT_EQ(kPending, s.load());
 
     g_fake.previewGate.Open();
+    // A caller left waiting would hang the join: fail (and abort) instead.
+    ASSERT_TRUE(WaitFor([&] {
+        return a != kPending && b != kPending && c != kPending && s != kPending;
+    })) << "a caller still waits";
     ta.join();
     tb.join();
+    tc.join();
     ts.join();
     EXPECT_EQ(0, a.load());  // the running frame finishes
-    EXPECT_EQ(1, b.load());  // the queued crop is cancelled
+    EXPECT_EQ(1, b.load());  // the queued crops are cancelled
+    EXPECT_EQ(1, c.load());
     EXPECT_EQ(0, s.load());
     EXPECT_TRUE(HasQueueLine(
-        log, "korvo::GPUPostEffect::GPUTask* korvo::GPUPostEffect::get(): cancel 1 tasks."))
+        log, "korvo::GPUPostEffect::GPUTask* korvo::GPUPostEffect::get(): cancel 2 tasks."))
         << log.Dump();
     EXPECT_EQ((std::vector<int>{0, 0, 0, 0, 0}), GPUPostEffectPeer::Crop(m_p));
     // stop() returned after the worker had deleted its manager.
