@@ -26,22 +26,8 @@ const unsigned kBypass = 0;  // not in the manager's table: injected
 
 // Preview mirrors about the middle of the texture, captures about the middle
 // of each kW x kH tile.
-void PreviewRows(int x, int y, int* sx, int* sy) {
-    *sx = x;
-    *sy = y < kH / 2 ? y : kH - 1 - y;
-}
-void PreviewColumns(int x, int y, int* sx, int* sy) {
-    *sx = x < kW / 2 ? x : kW - 1 - x;
-    *sy = y;
-}
-void TileRows(int x, int y, int* sx, int* sy) {
-    PreviewRows(x, y % kH, sx, sy);
-    *sy += y / kH * kH;
-}
-void TileColumns(int x, int y, int* sx, int* sy) {
-    PreviewColumns(x % kW, y, sx, sy);
-    *sx += x / kW * kW;
-}
+const SourceOf kRows = Mirrored(kW, kH, false);
+const SourceOf kColumns = Mirrored(kW, kH, true);
 
 SPImage GreyRamp(int w, int h) {
     return SPImage::Grey(w, h, [](int x, int y) { return (x * 4 + y * 9) % 256; });
@@ -79,10 +65,10 @@ TEST(EffectPreview, FramesFollowTheFormulas) {
         {"bypass 48 wide", kBypass, false, 48, 32, false, Identity, Unchanged},
         {"bloom greys", 9, false, 64, 32, true, Identity, Bloom},
         {"bloom colours, 48 wide", 9, false, 48, 32, false, Identity, Bloom},
-        {"mirror portrait", 8, false, 64, 32, false, PreviewRows, Unchanged},
-        {"mirror landscape", 8, true, 64, 32, false, PreviewColumns, Unchanged},
+        {"mirror portrait", 8, false, 64, 32, false, kRows, Unchanged},
+        {"mirror landscape", 8, true, 64, 32, false, kColumns, Unchanged},
         // The middle is column 32 whatever the picture's width.
-        {"mirror landscape, 48 wide", 8, true, 48, 32, false, PreviewColumns, Unchanged},
+        {"mirror landscape, 48 wide", 8, true, 48, 32, false, kColumns, Unchanged},
     };
     for (const PreviewCase& c : cases) {
         SCOPED_TRACE(c.name);
@@ -115,11 +101,11 @@ TEST(EffectPreview, MirrorReadsItsFlagWhenChosen) {
     SPImage in = SPImage::Pattern(kW, kH);
     rig.man.m_bLandscaped = false;
     std::vector<unsigned char> out = rig.Preview(in);
-    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, PreviewColumns, Unchanged,
-                                  1.0, "flag changed"));
+    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, kColumns, Unchanged, 1.0,
+                                  "flag changed"));
     ASSERT_TRUE(rig.man.ChooseEffect(8, 0));
     out = rig.Preview(in);
-    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, PreviewRows, Unchanged, 1.0,
+    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kW * kH, kRows, Unchanged, 1.0,
                                   "chosen again"));
 }
 
@@ -152,8 +138,8 @@ TEST(EffectCapture, TilesFollowTheFormulas) {
         {"bypass 16 x 20", kBypass, false, 16, 20, false, Identity, Unchanged, "0,0,16,20"},
         {"bypass 16 x 48", kBypass, false, 16, 48, false, Identity, Unchanged,
          "0,0,16,32 0,32,16,16"},
-        {"mirror portrait", 8, false, 128, 64, false, TileRows, Unchanged, quad},
-        {"mirror landscape", 8, true, 128, 64, false, TileColumns, Unchanged, quad},
+        {"mirror portrait", 8, false, 128, 64, false, kRows, Unchanged, quad},
+        {"mirror landscape", 8, true, 128, 64, false, kColumns, Unchanged, quad},
         {"bloom greys", 9, false, 128, 64, true, Identity, Bloom, quad},
         // The right-hand tile widened to 64 and moved left, 16-high bottom row.
         {"bloom 112 x 48", 9, false, 112, 48, false, Identity, Bloom,

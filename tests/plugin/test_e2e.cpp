@@ -200,15 +200,6 @@ TEST_F(EndToEnd, TheLibraryExportsOnlyItsSixNames) {
     }
 }
 
-void MirrorRows(int x, int y, int* sx, int* sy) {
-    *sx = x;
-    *sy = y < kH / 2 ? y : kH - 1 - y;
-}
-void MirrorColumns(int x, int y, int* sx, int* sy) {
-    *sx = x < kW / 2 ? x : kW - 1 - x;
-    *sy = y;
-}
-
 // One camera session: Bloom on preview frames, Mirror both ways, a Bloom
 // capture of four tiles, then the camera's teardown.
 TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
@@ -236,10 +227,10 @@ TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
     // Mirror, portrait: the rows of the lower half show the upper half; then
     // landscape (the first group-0 word): columns instead of rows.
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=8;GE-param0=0,0,0,0")));
-    run(SPImage::Pattern(kW, kH), MirrorRows, Unchanged, "mirror portrait");
+    run(SPImage::Pattern(kW, kH), Mirrored(kW, kH, false), Unchanged, "mirror portrait");
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=9")));
     ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=8;GE-param0=1,0,0,0")));
-    run(SPImage::Pattern(kW, kH), MirrorColumns, Unchanged, "mirror landscape");
+    run(SPImage::Pattern(kW, kH), Mirrored(kW, kH, true), Unchanged, "mirror landscape");
 
     // A Bloom capture of 2 x 2 tiles of the preview's size; the chroma plane
     // follows a gap after the luma.

@@ -132,6 +132,16 @@ inline void Identity(int x, int y, int* sx, int* sy) {
     *sx = x;
     *sy = y;
 }
+// Mirror: each tw x th tile (the texture, in preview the whole frame) shows
+// its upper rows, or with `columns` its left columns, reflected about its
+// middle.
+inline SourceOf Mirrored(int tw, int th, bool columns) {
+    return [=](int x, int y, int* sx, int* sy) {
+        const int cx = x % tw, cy = y % th;
+        *sx = columns ? x - cx + (cx < tw / 2 ? cx : tw - 1 - cx) : x;
+        *sy = columns ? y : y - cy + (cy < th / 2 ? cy : th - 1 - cy);
+    };
+}
 
 // Compares the output planes of `in`'s size (luma rows of in.w bytes, chroma
 // rows of the same length) with the formulas: each luma byte with `op` of the
