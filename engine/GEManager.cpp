@@ -307,14 +307,35 @@ bool GEManager::ChooseEffect(unsigned effect, unsigned char capture) {
     return true;
 }
 
-bool GEManager::ProcFrame(unsigned a, unsigned b, int c, int d) {
-    uint32_t start = GetTickCount();
+bool GEManager::ReadyToProcess(bool capture) {
     if (!m_bFrameReady) {
         GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
         return false;
     }
     if (m_pCurrShader == nullptr) {
         GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
+        return false;
+    }
+    if (capture && !m_bCaptureMode) {
+        GE_LOGE(s_log, "[GEManager::ProcFrame] only capture mode use this method");
+        return false;
+    }
+    return true;
+}
+
+bool GEManager::CaptureDone(bool ok, int w, int h, uint32_t start) {
+    if (!ok) {
+        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
+        return false;
+    }
+    GE_LOGI(s_log, "[%s] %dx%d image spent %d ms", "ProcFrame", w, h,
+            (int)(GetTickCount() - start));
+    return true;
+}
+
+bool GEManager::ProcFrame(unsigned a, unsigned b, int c, int d) {
+    uint32_t start = GetTickCount();
+    if (!ReadyToProcess(false)) {
         return false;
     }
     if (!m_pCurrShader->ProcFrame(a, b, c, d)) {
@@ -335,48 +356,14 @@ bool GEManager::ProcFrame(unsigned a, unsigned b, int c, int d) {
 
 bool GEManager::ProcFrame(unsigned char* src, unsigned char* out, int w, int h) {
     uint32_t start = GetTickCount();
-    if (!m_bFrameReady) {
-        GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
-        return false;
-    }
-    if (m_pCurrShader == nullptr) {
-        GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
-        return false;
-    }
-    if (!m_bCaptureMode) {
-        GE_LOGE(s_log, "[GEManager::ProcFrame] only capture mode use this method");
-        return false;
-    }
-    if (!m_pCurrShader->ProcFrame(src, out, w, h)) {
-        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
-        return false;
-    }
-    GE_LOGI(s_log, "[%s] %dx%d image spent %d ms", "ProcFrame", w, h,
-            (int)(GetTickCount() - start));
-    return true;
+    return ReadyToProcess(true) &&
+           CaptureDone(m_pCurrShader->ProcFrame(src, out, w, h), w, h, start);
 }
 
 bool GEManager::ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int w, int h) {
     uint32_t start = GetTickCount();
-    if (!m_bFrameReady) {
-        GE_LOGE(s_log, "[%s] not inited\n", "ProcFrame");
-        return false;
-    }
-    if (m_pCurrShader == nullptr) {
-        GE_LOGE(s_log, "[GEManager::ProcFrame] no shader selected");
-        return false;
-    }
-    if (!m_bCaptureMode) {
-        GE_LOGE(s_log, "[GEManager::ProcFrame] only capture mode use this method");
-        return false;
-    }
-    if (!m_pCurrShader->ProcFrame(y, uv, out, w, h)) {
-        GE_LOGE(s_log, "[GPUEffectManager::ProcFrame] failed to process frame\n");
-        return false;
-    }
-    GE_LOGI(s_log, "[%s] %dx%d image spent %d ms", "ProcFrame", w, h,
-            (int)(GetTickCount() - start));
-    return true;
+    return ReadyToProcess(true) &&
+           CaptureDone(m_pCurrShader->ProcFrame(y, uv, out, w, h), w, h, start);
 }
 
 void GEManager::FPS() {

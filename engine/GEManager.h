@@ -7,6 +7,7 @@
 #define POSTEFFECT_ENGINE_GEMANAGER_H
 
 #include <EGL/egl.h>
+#include <stdint.h>
 
 #include <system/window.h>
 
@@ -83,6 +84,12 @@ protected:
     IYUVConverter* m_pConverter;
 
 private:
+    // The checks every ProcFrame makes before it reaches the effect (capture:
+    // also that the effect was chosen for capture), with their error lines.
+    bool ReadyToProcess(bool capture);
+    // The end of a capture ProcFrame: the failure line, or the time line.
+    bool CaptureDone(bool ok, int w, int h, uint32_t start);
+
     GEManager(const GEManager&) = delete;
     GEManager& operator=(const GEManager&) = delete;
 };
