@@ -37,6 +37,19 @@ unsigned s_nFPSFrames = 0;
 
 }  // namespace
 
+// clang-format off
+const EGLint GEManager::kConfigAttribs[] = {
+    EGL_SURFACE_TYPE,    EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
+    EGL_RED_SIZE,        5,
+    EGL_GREEN_SIZE,      6,
+    EGL_BLUE_SIZE,       5,
+    EGL_ALPHA_SIZE,      EGL_DONT_CARE,
+    EGL_DEPTH_SIZE,      16,
+    EGL_STENCIL_SIZE,    4,
+    EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
+    EGL_NONE};
+// clang-format on
+
 GEManager::GEManager() : GEManager(NoEGL()) {
     m_eglDisplay = eglGetDisplay(EGL_DEFAULT_DISPLAY);
     if (m_eglDisplay == EGL_NO_DISPLAY) {
@@ -53,26 +66,9 @@ GEManager::GEManager() : GEManager(NoEGL()) {
     }
     GE_LOGD(s_log, "[%s] eglInitialize successfully", "GEManager");
 
-    const EGLint configAttribs[] = {EGL_SURFACE_TYPE,
-                                    EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
-                                    EGL_RED_SIZE,
-                                    5,
-                                    EGL_GREEN_SIZE,
-                                    6,
-                                    EGL_BLUE_SIZE,
-                                    5,
-                                    EGL_ALPHA_SIZE,
-                                    EGL_DONT_CARE,
-                                    EGL_DEPTH_SIZE,
-                                    16,
-                                    EGL_STENCIL_SIZE,
-                                    4,
-                                    EGL_RENDERABLE_TYPE,
-                                    EGL_OPENGL_ES2_BIT,
-                                    EGL_NONE};
     EGLConfig configs[10];
     EGLint numConfigs = 0;
-    ok = eglChooseConfig(m_eglDisplay, configAttribs, configs, 10, &numConfigs);
+    ok = eglChooseConfig(m_eglDisplay, kConfigAttribs, configs, 10, &numConfigs);
     if (!ok || numConfigs < 1) {
         // A list without a match is a failure too: there is no config to use.
         GE_LOGE(s_log, "[%s] eglChooseConfig failed: %d - eglGetError Returned: %d", "GEManager",
@@ -225,29 +221,27 @@ bool GEManager::Init(ANativeWindowBuffer* buffer, unsigned, unsigned, unsigned, 
     return true;
 }
 
+namespace {
+
+// Deletes an owned object of Deinit, announcing it by its member name.
+template <typename T>
+void DeleteAnnounced(T*& p, const char* member) {
+    if (p != nullptr) {
+        GE_LOGI(s_log, "[%s] delete %s", "Deinit", member);
+        delete p;
+        p = nullptr;
+    }
+}
+
+}  // namespace
+
 bool GEManager::Deinit() {
     m_bFrameReady = false;
     m_nCurrEffect = -1;
-    if (m_pCurrShader != nullptr) {
-        GE_LOGI(s_log, "[%s] delete m_pCurrShader", "Deinit");
-        delete m_pCurrShader;
-        m_pCurrShader = nullptr;
-    }
-    if (m_pShaderBypass != nullptr) {
-        GE_LOGI(s_log, "[%s] delete m_pShaderBypass", "Deinit");
-        delete m_pShaderBypass;
-        m_pShaderBypass = nullptr;
-    }
-    if (m_pSrcTexture != nullptr) {
-        GE_LOGI(s_log, "[%s] delete m_pSrcTexture", "Deinit");
-        delete m_pSrcTexture;
-        m_pSrcTexture = nullptr;
-    }
-    if (m_pDstFbo != nullptr) {
-        GE_LOGI(s_log, "[%s] delete m_pDstFbo", "Deinit");
-        delete m_pDstFbo;
-        m_pDstFbo = nullptr;
-    }
+    DeleteAnnounced(m_pCurrShader, "m_pCurrShader");
+    DeleteAnnounced(m_pShaderBypass, "m_pShaderBypass");
+    DeleteAnnounced(m_pSrcTexture, "m_pSrcTexture");
+    DeleteAnnounced(m_pDstFbo, "m_pDstFbo");
     return true;
 }
 

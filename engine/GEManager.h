@@ -21,6 +21,9 @@ class GEManager {
 public:
     // Size of the effect table; index = effect number (0 is not an effect).
     static const unsigned kEffectCount = 19;
+    // The EGL config the worker asks for (RGB 565, depth 16, stencil 4,
+    // window and pbuffer surfaces, OpenGL ES 2).
+    static const EGLint kConfigAttribs[];
 
     // Brings EGL up; a failure is logged and makes later calls fail.
     GEManager();

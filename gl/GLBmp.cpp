@@ -319,9 +319,7 @@ int GLTexture::LoadBMP(const char* path, unsigned format, unsigned type, unsigne
     return 1;
 }
 
-int GLTexture::SaveBMP(const char* templatePath, const char* name) {
-    const char* fn = "SaveBMP";
-    GE_LOGI(s_texLog, "[%s] enter", fn);
+int GLTexture::CanDump(const char* fn, bool fourBytesPerTexel) const {
     if (!m_bST) {
         GE_LOGE(s_texLog, "[%s] ERROR, only streaming texture use this method\n", fn);
         return 0;
@@ -330,8 +328,22 @@ int GLTexture::SaveBMP(const char* templatePath, const char* name) {
         GE_LOGE(s_texLog, "[%s] ERROR, only RGB or RGBA texture use this method\n", fn);
         return 0;
     }
+    // SaveBMP_yuvx reads its rows as 4 bytes per texel.
+    if (fourBytesPerTexel && m_nBytesPerPixel != 4) {
+        GE_LOGE(s_texLog, "[%s] ERROR, only 32-bit texture use this method\n", fn);
+        return 0;
+    }
     if (m_pData == 0) {
         GE_LOGE(s_texLog, "[%s] ERROR, null data buf\n", fn);
+        return 0;
+    }
+    return 1;
+}
+
+int GLTexture::SaveBMP(const char* templatePath, const char* name) {
+    const char* fn = "SaveBMP";
+    GE_LOGI(s_texLog, "[%s] enter", fn);
+    if (!CanDump(fn, false)) {
         return 0;
     }
     BmpWriter io;
@@ -372,21 +384,7 @@ int GLTexture::SaveBMP(const char* templatePath, const char* name) {
 int GLTexture::SaveBMP_yuvx(const char* templatePath, const char* name) {
     const char* fn = "SaveBMP_yuvx";
     GE_LOGI(s_texLog, "[%s] enter", fn);
-    if (!m_bST) {
-        GE_LOGE(s_texLog, "[%s] ERROR, only streaming texture use this method\n", fn);
-        return 0;
-    }
-    if (m_nFormat != GL_RGB && m_nFormat != GL_RGBA) {
-        GE_LOGE(s_texLog, "[%s] ERROR, only RGB or RGBA texture use this method\n", fn);
-        return 0;
-    }
-    // Rows are read as 4 bytes per texel.
-    if (m_nBytesPerPixel != 4) {
-        GE_LOGE(s_texLog, "[%s] ERROR, only 32-bit texture use this method\n", fn);
-        return 0;
-    }
-    if (m_pData == 0) {
-        GE_LOGE(s_texLog, "[%s] ERROR, null data buf\n", fn);
+    if (!CanDump(fn, true)) {
         return 0;
     }
     BmpWriter io;

@@ -80,6 +80,11 @@ public:
     void HoldReference(unsigned slot, const android::sp<android::RefBase>& ref);
 
 private:
+    // The writers' refusals, each with its error line: only a streaming RGB
+    // or RGBA texture with a data buffer (with 4 bytes per texel when
+    // `fourBytesPerTexel`) can be dumped. 1 / 0.
+    int CanDump(const char* fn, bool fourBytesPerTexel) const;
+
     GLTexture(const GLTexture&) = delete;
     GLTexture& operator=(const GLTexture&) = delete;
 

@@ -109,6 +109,18 @@ int FrameBufferIoctl(unsigned long request, void* arg) {
     return -1;
 }
 
+// The frame-buffer stand-in, a device path under the host root, or any other
+// path as it is, opened with `realOpen`.
+int OpenMapped(int (*realOpen)(const char*, int, ...), const char* path, int flags, mode_t mode) {
+    if (IsFrameBuffer(path)) {
+        return OpenFrameBuffer();
+    }
+    if (path == nullptr || !IsDevicePath(path)) {
+        return realOpen(path, flags, mode);
+    }
+    return realOpen(GEHostResolvePath(path).c_str(), flags, mode);
+}
+
 }  // namespace
 
 const char* GEHostRoot() {
@@ -190,13 +202,7 @@ int __wrap_open(const char* path, int flags, ...) {
         mode = (mode_t)va_arg(args, int);
         va_end(args);
     }
-    if (IsFrameBuffer(path)) {
-        return OpenFrameBuffer();
-    }
-    if (path == nullptr || !IsDevicePath(path)) {
-        return __real_open(path, flags, mode);
-    }
-    return __real_open(GEHostResolvePath(path).c_str(), flags, mode);
+    return OpenMapped(__real_open, path, flags, mode);
 }
 
 int __wrap_open64(const char* path, int flags, ...) {
@@ -207,13 +213,7 @@ int __wrap_open64(const char* path, int flags, ...) {
         mode = (mode_t)va_arg(args, int);
         va_end(args);
     }
-    if (IsFrameBuffer(path)) {
-        return OpenFrameBuffer();
-    }
-    if (path == nullptr || !IsDevicePath(path)) {
-        return __real_open64(path, flags, mode);
-    }
-    return __real_open64(GEHostResolvePath(path).c_str(), flags, mode);
+    return OpenMapped(__real_open64, path, flags, mode);
 }
 
 // The fortified forms that open() becomes under _FORTIFY_SOURCE.

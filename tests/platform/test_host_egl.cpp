@@ -17,6 +17,7 @@
 #include "GETestGL.h"
 #include "GETestHostGL.h"
 #include "GETestLog.h"
+#include "engine/GEManager.h"
 
 using android::GraphicBuffer;
 using android::sp;
@@ -101,7 +102,7 @@ TEST_F(HostEGLDisplay, ConfigRequestKeepsOnlyOfferedSurfaceTypes) {
     }
     EGLConfig configs[10];
     EGLint n = 0;
-    ASSERT_TRUE(eglChooseConfig(Dpy(), g_nGETestConfigAttribs, configs, 10, &n));
+    ASSERT_TRUE(eglChooseConfig(Dpy(), GEManager::kConfigAttribs, configs, 10, &n));
     ASSERT_GE(n, 1);
     for (EGLint i = 0; i < n; ++i) {
         EGLint bits = 0, red = 0, renderable = 0;

@@ -1,24 +1,7 @@
 #include "GETestGL.h"
 
+#include "engine/GEManager.h"
 #include "gl/GECommon.h"
-
-const EGLint g_nGETestConfigAttribs[] = {EGL_SURFACE_TYPE,
-                                         EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
-                                         EGL_RED_SIZE,
-                                         5,
-                                         EGL_GREEN_SIZE,
-                                         6,
-                                         EGL_BLUE_SIZE,
-                                         5,
-                                         EGL_ALPHA_SIZE,
-                                         EGL_DONT_CARE,
-                                         EGL_DEPTH_SIZE,
-                                         16,
-                                         EGL_STENCIL_SIZE,
-                                         4,
-                                         EGL_RENDERABLE_TYPE,
-                                         EGL_OPENGL_ES2_BIT,
-                                         EGL_NONE};
 
 GETestEGL::GETestEGL() {
     m_display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
@@ -27,7 +10,7 @@ GETestEGL::GETestEGL() {
     }
     EGLConfig configs[10];
     EGLint n = 0;
-    if (!eglChooseConfig(m_display, g_nGETestConfigAttribs, configs, 10, &n) || n < 1) {
+    if (!eglChooseConfig(m_display, GEManager::kConfigAttribs, configs, 10, &n) || n < 1) {
         return;
     }
     const EGLint contextAttribs[] = {EGL_CONTEXT_CLIENT_VERSION, 2, EGL_NONE};

@@ -14,9 +14,6 @@
 
 #include <vector>
 
-// The config request of the worker's bring-up (EGL_NONE terminated).
-extern const EGLint g_nGETestConfigAttribs[];
-
 class GETestEGL {
 public:
     GETestEGL();
