@@ -199,3 +199,40 @@ void sp2yuvxs(void* dst, int dstStride, const void* src, int srcStride, int srcH
     Rect(static_cast<uint8_t*>(dst), dstStride, -1, s + ptrdiff_t(ry) * srcStride + rx,
          s + ptrdiff_t(srcStride) * (srcHeight + ry / 2) + rx, srcStride, rw, rh);
 }
+
+void sp2yuvxs_any(void* dst, int dstStride, int dstHeight, const void* srcY, const void* srcUV,
+                  int srcStride, int srcHeight, int rx, int ry, int rw, int rh) {
+    const int nWhole = rw / 16 * 16;
+    const int nPairRows = rh / 2 * 2;
+    if (nWhole == rw && nPairRows == rh && dstStride % 16 == 0) {
+        sp2yuvxs(dst, dstStride, dstHeight, srcY, srcUV, srcStride, srcHeight, rx, ry, rw, rh);
+        return;
+    }
+    uint8_t* d = static_cast<uint8_t*>(dst);
+    const uint8_t* pY = static_cast<const uint8_t*>(srcY) + ptrdiff_t(ry) * srcStride + rx;
+    const uint8_t* pUV = static_cast<const uint8_t*>(srcUV) + ptrdiff_t(srcStride) * (ry / 2) + rx;
+    const ptrdiff_t nPitch = ptrdiff_t(dstStride) * 4;
+    // The whole groups of the row pairs on the fast path; it pads each row
+    // from its last converted pixel, which the loop below replaces.
+    if (nWhole > 0 && nPairRows > 0) {
+        Rect(d, dstStride, -1, pY, pUV, srcStride, nWhole, nPairRows);
+    }
+    for (int r = 0; r < rh; ++r) {
+        uint8_t* row = d + r * nPitch;
+        const uint8_t* y = pY + ptrdiff_t(r) * srcStride;
+        const uint8_t* uv = pUV + ptrdiff_t(r / 2) * srcStride;
+        for (int c = r < nPairRows ? nWhole : 0; c < rw; ++c) {
+            uint8_t* px = row + ptrdiff_t(c) * 4;
+            px[0] = y[c];
+            px[1] = uv[c & ~1];
+            px[2] = uv[(c & ~1) + 1];
+            px[3] = 0xFF;
+        }
+        uint32_t nLast;
+        memcpy(&nLast, row + ptrdiff_t(rw - 1) * 4, 4);
+        YUVXFillRow_C(row + ptrdiff_t(rw) * 4, nLast, dstStride - rw);
+    }
+    for (int r = rh; r < dstHeight; ++r) {
+        memcpy(d + r * nPitch, d + (rh - 1) * nPitch, size_t(nPitch));
+    }
+}

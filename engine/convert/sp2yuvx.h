@@ -48,4 +48,14 @@ void sp2yuvxs(void* dst, int dstStride, int dstHeight, const void* srcY, const v
 void sp2yuvxs(void* dst, int dstStride, const void* src, int srcStride, int srcHeight, int rx,
               int ry, int rw, int rh);
 
+// The two-pointer sp2yuvxs for a rectangle of any size: every one of its
+// rw x rh pixels is converted, including the columns past the last whole
+// group of 16 and the last row of an odd height, and the padding repeats its
+// true last column and last row. Nothing past the rectangle's last 2 x 2
+// block is read. A rectangle of whole groups and row pairs, in rows of whole
+// groups, takes the SIMD path alone; the rest is finished pixel by pixel. rx and ry even, rw and rh at least 1,
+// dstStride at least rw.
+void sp2yuvxs_any(void* dst, int dstStride, int dstHeight, const void* srcY, const void* srcUV,
+                  int srcStride, int srcHeight, int rx, int ry, int rw, int rh);
+
 #endif

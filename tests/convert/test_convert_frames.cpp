@@ -256,6 +256,43 @@ TEST_P(ConvertFrame, RectanglesPadByEdgeReplication) {
     }
 }
 
+// sp2yuvxs_any on rectangles of any size: every pixel of the rectangle
+// converted, the padding repeating its true last column and row, nothing
+// written past dstStride x max(rh, dstHeight) rows.
+TEST_P(ConvertFrame, AnyRectangleIsConvertedExactly) {
+    std::mt19937 rng(17);
+    const int W = 96, H = 40;
+    const Frame f(W + 8, H, 77);
+    const Frame g(W + 8, H, 78);  // a separate chroma plane
+    for (int nCase = 0; nCase < 60; ++nCase) {
+        RectCase k;
+        k.rw = nCase < 4 ? 16 * (nCase + 1) : 1 + int(rng() % W);  // whole groups, then any
+        k.rh = nCase % 5 == 0 ? 1 : 1 + int(rng() % H);
+        k.rx = 2 * int(rng() % ((W - k.rw) / 2 + 1));
+        k.ry = 2 * int(rng() % ((H - k.rh) / 2 + 1));
+        k.dstStride = k.rw + int(rng() % 40);
+        k.dstHeight = int(rng() % (H + 8));
+        const size_t nPitch = size_t(k.dstStride) * 4;
+        const int nRows = std::max(k.rh, k.dstHeight);
+        GuardedBuffer out(nPitch * nRows, (nCase % 4) * 4, 2000 + nCase);
+        sp2yuvxs_any(out.Data(), k.dstStride, k.dstHeight, f.Data(),
+                     g.Data() + size_t(f.nStride) * H, f.nStride, H, k.rx, k.ry, k.rw, k.rh);
+        std::vector<uint8_t> want(out.Size());
+        for (int r = 0; r < nRows; ++r) {
+            const int sr = std::min(r, k.rh - 1);
+            for (int c = 0; c < k.dstStride; ++c) {
+                const int sc = k.rx + std::min(c, k.rw - 1);
+                uint8_t* px = want.data() + r * nPitch + size_t(c) * 4;
+                px[0] = f.Y(k.ry + sr, sc);
+                px[1] = g.C(k.ry / 2 + sr / 2, sc & ~1, 0);
+                px[2] = g.C(k.ry / 2 + sr / 2, sc & ~1, 1);
+                px[3] = 0xFF;
+            }
+        }
+        ASSERT_EQ("", Check(out, want, nPitch)) << Describe(k);
+    }
+}
+
 // A large preview-sized frame, big enough for the streaming stores of the
 // runtime path.
 TEST_P(ConvertFrame, LargePreviewFrame) {
