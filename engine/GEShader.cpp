@@ -4,6 +4,7 @@
 #include "engine/GEShader.h"
 
 #include <GLES2/gl2ext.h>
+#include <math.h>
 #include <string.h>
 
 #include "engine/GLProgRGBtoYUV.h"
@@ -198,7 +199,7 @@ unsigned char* GEShader::TileBuffer() {
 }
 
 void GEShader::SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H,
-                       float s, float t) {
+                       float s0, float t0, float s1, float t1) {
     m_nTileX = x;
     m_nTileY = y;
     m_nTileW = w;
@@ -207,7 +208,7 @@ void GEShader::SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned 
     m_nRenderH = h;
 
     // Quad vertex order: top left, bottom left, bottom right, top right.
-    const GLfloat tile[8] = {0.0f, t, 0.0f, 0.0f, s, 0.0f, s, t};
+    const GLfloat tile[8] = {s0, t1, s0, t0, s1, t0, s1, t1};
     memcpy(m_fTileTexCoord, tile, sizeof(tile));
 
     const float x0 = (float)x / (float)W;
@@ -217,6 +218,26 @@ void GEShader::SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned 
     const GLfloat global[8] = {x0, y1, x0, y0, x1, y0, x1, y1};
     memcpy(m_fGlobalTexCoord, global, sizeof(global));
 }
+
+namespace {
+
+// The run walk's tile of a row at x: the texture's width; the tile that would
+// pass the picture's right edge takes the rest, widened to a multiple of 32
+// (at most the texture's width) and moved left to end at the edge (not below
+// 0), so that it overlaps its neighbour instead of reaching past the image.
+void RunTile(unsigned W, unsigned nProcW, unsigned* x, unsigned* w) {
+    if (*x + nProcW <= W) {
+        *w = nProcW;
+        return;
+    }
+    *w = RoundUp32(W - *x);
+    if (*w > nProcW) {
+        *w = nProcW;
+    }
+    *x = W >= *w ? W - *w : 0;
+}
+
+}  // namespace
 
 int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsigned overlapY) {
     if (!CaptureReady()) {
@@ -239,29 +260,18 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
     m_nTileX = 0;
     m_nTileY = 0;
     m_nRun = 0;
-    unsigned cols;
-    if (overlapX == 0 && overlapY == 0) {
-        cols = (uW + nProcW - 1) / nProcW;
-    } else {
-        // Follow one row of the advance: a widened tile moves left, so the
-        // count is not a plain quotient. The start of each tile before its
-        // move only grows, which ends the count.
-        cols = 0;
-        unsigned start = 0;
-        for (;;) {
-            ++cols;
-            unsigned x = start;
-            unsigned w = x + nProcW <= uW ? nProcW : uW - x;
-            if (w % 32 != 0) {
-                w = RoundUp32(w);
-                x = uW >= w ? uW - w : 0;
-            }
-            const unsigned next = x + stepX;
-            if (next >= uW || next <= start) {
-                break;
-            }
-            start = next;
+    // Tiles of a row: the advance followed once. Without overlaps this is
+    // ceil(W / texture width); a moved last tile always ends the row.
+    unsigned cols = 0;
+    for (unsigned start = 0;;) {
+        ++cols;
+        unsigned x = start, w = 0;
+        RunTile(uW, nProcW, &x, &w);
+        const unsigned next = x + stepX;
+        if (next >= uW || next <= start) {
+            break;
         }
+        start = next;
     }
     m_nMaxRun = cols * ((uH + stepY - 1) / stepY);
     GE_LOGI(m_log, "[%s] fImgWidth=%d, fImgHeight=%d, nProcW=%d, nProcH=%d, max run = %d",
@@ -272,20 +282,14 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
     for (; m_nRun < m_nMaxRun; ++m_nRun) {
         GE_LOGI(m_log,
                 ">> run %d ===================================================", (int)m_nRun);
-        unsigned x = m_nTileX;
+        unsigned x = m_nTileX, w = 0;
         const unsigned y = m_nTileY;
-        // Every tile row is a whole number of 32-pixel groups: a narrower
-        // right-hand tile is widened and moved left to end at the edge.
-        unsigned w = x + nProcW <= uW ? nProcW : uW - x;
-        if (w % 32 != 0) {
-            w = RoundUp32(w);
-            x = uW >= w ? uW - w : 0;
-        }
+        RunTile(uW, nProcW, &x, &w);
         const unsigned h = y + nProcH <= uH ? nProcH : uH - y;
-        SetTile(x, y, w, h, uW, uH, (float)w / allocW, (float)h / (float)nProcH);
+        SetTile(x, y, w, h, uW, uH, 0.0f, 0.0f, (float)w / allocW, (float)h / (float)nProcH);
 
-        // Only an image narrower than the widened tile makes it pass the
-        // right edge; the converter is then asked for what the image holds.
+        // Only an image narrower than its tile makes the tile pass the right
+        // edge; the converter is then asked for what the image holds.
         const unsigned rw = x + w <= uW ? w : uW - x;
         m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
                                   (int)x, (int)y, (int)rw, (int)h);
@@ -308,24 +312,57 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
     return 1;
 }
 
-// The source rectangle of tile (x, y, w, h) is
-//
-//     sx = trunc(W cx + x cw), made even;   sy = trunc(H cy + y ch);
-//     sw = trunc(w cw) rounded up to 32;    sh = trunc(h ch);
-//
-// with the crop (cx, cy, cw, ch). Two things are added so that no rectangle
-// reaches outside the W x H image:
-//
-// - a crop that reaches past the right or bottom edge (cx + cw > 1, which
-//   SetCrop accepts) is cut at that edge, cw = 1 - cx (likewise ch), both for
-//   the rectangles and for the tile's texture coordinates, so the tile shows
-//   the part of the crop that exists; a crop inside the picture is used as
-//   it stands;
-// - the rectangle is then cut to the image: sx at most W - 2 (kept even),
-//   sy at most H - 1, sw at most W - sx and sh at most H - sy, and neither
-//   side below 1 (or 2 for sw). The widened right-hand tile and the 32
-//   round-up of sw are what usually pass the edge; a rectangle that lies
-//   inside the image is not changed.
+namespace {
+
+// Where one axis of a tile of the nested walk reads the source. The tile
+// covers n output pixels from o of a picture N pixels long; through the crop
+// (origin c, size cs, fractions of N) output pixel i shows the source at
+// N c + (o + i + 1/2) cs, sampled between the two nearest pixels. `start`
+// and `len` are the source pixels the converter fetches (start even, the
+// two nearest pixels of every sample included, cut at the picture's edge,
+// whose repetition in the texture's padding stands for what lies past it);
+// `offset` is where the tile's near edge falls in the fetched pixels.
+struct CropSpan {
+    unsigned start, len;
+    double offset;
+};
+
+CropSpan SpanOf(unsigned N, double c, double cs, unsigned o, unsigned n) {
+    const double f = (double)N * c + (double)o * cs;
+    double first = floor(f + 0.5 * cs - 0.5);
+    if (first > (double)N - 2.0) {
+        first = (double)N - 2.0;
+    }
+    const unsigned start = first > 0.0 ? (unsigned)first & ~1u : 0;
+    double last = ceil(f + ((double)n - 0.5) * cs - 0.5);
+    if (last > (double)N - 1.0) {
+        last = (double)N - 1.0;
+    }
+    unsigned len = last > (double)start ? (unsigned)last - start + 1 : 1;
+    // Whole row pairs and, where the picture allows, whole groups of 16 for
+    // the converter's fast path.
+    len = (len + 1) & ~1u;
+    if (len > N - start) {
+        len = N - start;
+    }
+    const unsigned len16 = (len + 15) & ~15u;
+    if (len16 <= N - start) {
+        len = len16;
+    }
+    return {start, len, f - (double)start};
+}
+
+}  // namespace
+
+// Tiles are laid out row by row from the picture's top left: the texture's
+// size, or the rest at the right and bottom edges; the last tile of a row is
+// widened in place to a multiple of 32 (what lies past the picture is not
+// copied out). Each tile reads the source through the crop, so that every
+// output pixel shows the crop's source pixel at the crop's scale; where the
+// crop reaches past the picture the fetched pixels stop at its edge and the
+// edge repeats. A tile whose source pixels would not fit the texture (a crop
+// almost as wide as the picture, not on whole pixels) is narrowed until they
+// do.
 int GEShader::WalkCropped(unsigned char* out, int W, int H) {
     GE_LOGI(m_log, "[%s] enter", "ProcFrame");
     if (!CaptureReady()) {
@@ -333,7 +370,7 @@ int GEShader::WalkCropped(unsigned char* out, int W, int H) {
     }
     const unsigned nProcW = m_pSrcTexture->GetWidth();
     const unsigned nProcH = m_pSrcTexture->GetHeight();
-    if (W <= 0 || H <= 0) {
+    if (W < 2 || H < 2) {
         GE_LOGE(m_log, "[%s] bad capture size %dx%d (tile %ux%u, overlap %u:%u)", "ProcFrame", W, H,
                 nProcW, nProcH, 0u, 0u);
         return 0;
@@ -345,68 +382,44 @@ int GEShader::WalkCropped(unsigned char* out, int W, int H) {
 
     // SetCrop keeps every component in [0, 1] with positive sizes; an effect
     // that wrote the fields itself gets the same treatment here.
-    float cx = m_fCropX, cy = m_fCropY, cw = m_fCropW, ch = m_fCropH;
-    if (!(cx >= 0.0f && cx < 1.0f)) {
-        cx = 0.0f;
-    }
-    if (!(cy >= 0.0f && cy < 1.0f)) {
-        cy = 0.0f;
-    }
-    if (!(cw > 0.0f && cw <= 1.0f)) {
-        cw = 1.0f;
-    }
-    if (!(ch > 0.0f && ch <= 1.0f)) {
-        ch = 1.0f;
-    }
-    if (cx + cw > 1.0f) {
-        cw = 1.0f - cx;
-    }
-    if (cy + ch > 1.0f) {
-        ch = 1.0f - cy;
-    }
+    const double cx = m_fCropX >= 0.0f && m_fCropX <= 1.0f ? m_fCropX : 0.0;
+    const double cy = m_fCropY >= 0.0f && m_fCropY <= 1.0f ? m_fCropY : 0.0;
+    const double cw = m_fCropW > 0.0f && m_fCropW <= 1.0f ? m_fCropW : 1.0;
+    const double ch = m_fCropH > 0.0f && m_fCropH <= 1.0f ? m_fCropH : 1.0;
 
     unsigned char* uv = out != nullptr ? out + (size_t)uW * uH : nullptr;
-    const float allocW = (float)m_pSrcTexture->GetAllocWidth();
-    for (unsigned y = 0; y < uH; y += nProcH) {
-        for (unsigned x = 0; x < uW; x += nProcW) {
-            unsigned w = x + nProcW <= uW ? nProcW : uW - x;
-            if (w % 32 != 0) {
-                w = RoundUp32(w);  // widened in place
+    const unsigned allocW = m_pSrcTexture->GetAllocWidth();
+    const unsigned stride = m_pSrcTexture->GetStride();
+    const unsigned room = stride < allocW ? stride : allocW;
+    unsigned h = 0;
+    for (unsigned y = 0; y < uH; y += h) {
+        h = y + nProcH <= uH ? nProcH : uH - y;
+        CropSpan rows = SpanOf(uH, cy, ch, y, h);
+        while (rows.len > nProcH && h > 2) {
+            h -= 2;
+            rows = SpanOf(uH, cy, ch, y, h);
+        }
+        unsigned w = 0;
+        for (unsigned x = 0; x < uW; x += w) {
+            w = x + nProcW <= uW ? nProcW : uW - x;
+            CropSpan cols = SpanOf(uW, cx, cw, x, w);
+            while (cols.len > room && w > 2) {
+                w -= 2;
+                cols = SpanOf(uW, cx, cw, x, w);
             }
-            const unsigned h = y + nProcH <= uH ? nProcH : uH - y;
-            SetTile(x, y, w, h, uW, uH, cw * (float)w / allocW, ch * (float)h / (float)nProcH);
-
-            unsigned sx = (unsigned)((float)W * cx + (float)x * cw);
-            if (sx & 1u) {
-                sx += 1;
+            const unsigned rw = w;
+            if (x + w == uW && w % 32 != 0) {
+                w = RoundUp32(w);  // the last of the row, widened in place
             }
-            unsigned sy = (unsigned)((float)H * cy + (float)y * ch);
-            unsigned sw = RoundUp32((unsigned)((float)w * cw));
-            unsigned sh = (unsigned)((float)h * ch);
-
-            if (sx + 2 > uW) {
-                sx = uW >= 2 ? (uW - 2) & ~1u : 0;
-            }
-            if (sw > uW - sx) {
-                sw = uW - sx;
-            }
-            if (sw < 2) {
-                sw = uW - sx < 2 ? uW - sx : 2;
-            }
-            if (sy + 1 > uH) {
-                sy = uH - 1;
-            }
-            if (sh > uH - sy) {
-                sh = uH - sy;
-            }
-            if (sh < 1) {
-                sh = 1;
-            }
-
-            m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
-                                      (int)sx, (int)sy, (int)sw, (int)sh);
+            const float s0 = (float)(cols.offset / allocW);
+            const float t0 = (float)(rows.offset / nProcH);
+            SetTile(x, y, w, h, uW, uH, s0, t0, s0 + (float)(cw * w / allocW),
+                    t0 + (float)(ch * h / nProcH));
+            m_pConverter->convertRect(TileBuffer(), (int)stride, (int)nProcH, (int)cols.start,
+                                      (int)rows.start, (int)cols.len, (int)rows.len);
             ProcBlock(0, 0, W, H);
             BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
+            w = rw;
         }
     }
     GE_LOGI(m_log, "[%s] leave", "ProcFrame");

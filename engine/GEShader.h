@@ -109,18 +109,21 @@ protected:
     // BlockCopyYUV, which never writes outside the W x H planes.
     //
     // The run walk: tiles of the texture's size left to right, top to
-    // bottom, consecutive tiles overlapping by the given pixels; a right-hand
-    // tile is widened to a multiple of 32 and moved left to end at the edge.
-    // Without overlaps the run count is ceil(W / texture width) x
-    // ceil(H / texture height); with them it is the number of tiles the
-    // advance visits. An image narrower than 32 pixels keeps its 32-wide
-    // tile at x 0, but the converter is asked for the image's width only.
+    // bottom, consecutive tiles overlapping by the given pixels; a full tile
+    // keeps its place, and the tile that would pass the right edge is
+    // widened to a multiple of 32 (at most the texture's width) and moved
+    // left to end at the edge. Without overlaps the run count is
+    // ceil(W / texture width) x ceil(H / texture height); with them it is
+    // the number of tiles the advance visits. An image narrower than its
+    // tile keeps the tile at x 0, but the converter is asked for the image's
+    // width only.
     int WalkRuns(unsigned char* out, int W, int H, unsigned overlapX = 0, unsigned overlapY = 0);
     // The nested walk through the crop rectangle: rows, then columns, no
-    // overlap; a right-hand tile is widened to a multiple of 32 in place, and
-    // each tile's source rectangle is read through the crop. A crop reaching
-    // past the picture's right or bottom edge is cut at that edge, and every
-    // source rectangle is cut to the image (GEShader.cpp).
+    // overlap; the last tile of a row is widened in place to a multiple of
+    // 32. Every output pixel shows the crop's source pixel at the crop's
+    // scale: each tile's source rectangle and texture coordinates follow the
+    // crop, and where the crop reaches past the picture the edge repeats
+    // (GEShader.cpp).
     int WalkCropped(unsigned char* out, int W, int H);
 
     // Steps that the effects' own operations share, logged under the
@@ -233,10 +236,10 @@ private:
     // address, null ("[GetDataBuf] not ST") when it is not a streaming one.
     unsigned char* TileBuffer();
     // The tile (x, y, w, h) of a W x H capture becomes the current one: the
-    // tile and render fields, and m_fTileTexCoord / m_fGlobalTexCoord with
-    // (s, t) the far corner of the tile's part of the source texture.
-    void SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H, float s,
-                 float t);
+    // tile and render fields, m_fTileTexCoord with (s0, t0) - (s1, t1) the
+    // tile's part of the source texture, and m_fGlobalTexCoord.
+    void SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H, float s0,
+                 float t0, float s1, float t1);
 };
 
 #endif

@@ -168,20 +168,79 @@ TEST(EffectCapture, TilesFollowTheFormulas) {
     }
 }
 
-// The nested, crop-aware walk on Bypass's program: with the full crop the
-// picture comes back as it went, including the widened right-hand tile.
-TEST(EffectCapture, NestedWalkWithTheFullCrop) {
-    const SPImage in = SPImage::Pattern(80, 48);
-    ManagerRig rig;
-    TileServer server(&in, [&rig] { rig.Clean(); });
-    ASSERT_TRUE(rig.Init(kW, kH, &server));
-    ASSERT_TRUE(rig.man.Inject(new CroppedBypass(), true, true));
-    std::vector<unsigned char> out(80 * 48 * 3 / 2 + kGuard, kPoison);
-    ASSERT_TRUE(rig.man.ProcFrame(nullptr, out.data(), 80, 48));
-    ManagerRig::ExpectGuards(out, 80 * 48 * 3 / 2);
-    EXPECT_EQ("0,0,64,32 64,0,16,32 0,32,64,16 64,32,16,16", ToString(server.rects));
-    EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + 80 * 48, Identity, Unchanged, 1.0,
-                                  "nested walk"));
+// Captures at the preview sizes cameras use: texture widths that are and
+// are not whole groups of 32, capture widths two tiles and a remainder of 0,
+// 16, 30 and 34 columns wide. Every output pixel comes from its own source
+// pixel, none is left unwritten, and every tile's rectangle lies inside the
+// image.
+TEST(EffectCapture, EveryPreviewWidthCoversTheCapture) {
+    const int kTileH = 16, kCaptureH = 24;
+    for (int pw : {720, 736, 800, 960, 1280, 1440}) {
+        for (int rem : {0, 16, 30, 34}) {
+            for (unsigned effect : {kBypass, 9u}) {
+                const int W = 2 * pw + rem;
+                const std::string what = "preview " + std::to_string(pw) + ", capture " +
+                                         std::to_string(W) + (effect == 9 ? ", bloom" : ", bypass");
+                SCOPED_TRACE(what);
+                const SPImage in = SPImage::Pattern(W, kCaptureH, pw + rem);
+                ManagerRig rig(pw, kTileH);
+                TileServer server(&in, [&rig] { rig.Clean(); });
+                ASSERT_TRUE(rig.Init((unsigned)pw, kTileH, &server));
+                ASSERT_TRUE(Choose(rig, effect, true));
+                const size_t n = (size_t)W * kCaptureH * 3 / 2;
+                std::vector<unsigned char> out(n + kGuard, kPoison);
+                ASSERT_TRUE(rig.man.ProcFrame(nullptr, out.data(), W, kCaptureH));
+                ManagerRig::ExpectGuards(out, n);
+                EXPECT_EQ((rem == 0 ? 2u : 3u) * 2u, server.rects.size());
+                EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + (size_t)W * kCaptureH,
+                                              Identity, effect == 9 ? Bloom : Unchanged, 2.0, what,
+                                              false));
+            }
+        }
+    }
+}
+
+// The nested, crop-aware walk (on Bypass's program): every output pixel shows
+// the crop rectangle's source pixel at the crop's scale, sampled between its
+// nearest pixels; where the crop reaches past the picture, the edge repeats.
+// Textures of the picture's width and narrower than their 32-aligned rows;
+// 2.5 x 2.5 tiles.
+TEST(EffectCapture, CropAwareWalkShowsTheCropAtItsScale) {
+    const int W = 160, H = 80;
+    const struct {
+        float x, y, w, h;
+    } crops[] = {
+        {0.0f, 0.0f, 1.0f, 1.0f},      {0.25f, 0.25f, 0.5f, 0.5f},   {0.1f, 0.3f, 0.37f, 0.41f},
+        {0.5f, 0.5f, 0.5f, 0.5f},      {0.5f, 0.5f, 0.6f, 0.6f},     {0.7f, 0.05f, 0.6f, 0.5f},
+        {0.05f, 0.8f, 0.5f, 0.4f},     {1.0f, 0.0f, 0.5f, 1.0f},     {0.0f, 1.0f, 1.0f, 0.3f},
+        {0.303f, 0.013f, 1.0f, 0.99f}, {0.0f, 0.0f, 0.999f, 0.995f},
+    };
+    const SPImage in = SPImage::Pattern(W, H, 5);
+    for (int texW : {64, 48}) {
+        for (const auto& c : crops) {
+            const std::string what = "texture " + std::to_string(texW) + ", crop " +
+                                     std::to_string(c.x) + " " + std::to_string(c.y) + " " +
+                                     std::to_string(c.w) + " " + std::to_string(c.h);
+            SCOPED_TRACE(what);
+            ManagerRig rig(texW, 32);
+            TileServer server(&in, [&rig] { rig.Clean(); });
+            ASSERT_TRUE(rig.Init((unsigned)texW, 32, &server));
+            ASSERT_TRUE(rig.man.Inject(new CroppedBypass(), true, true));
+            rig.man.SetCrop(c.x, c.y, c.w, c.h);
+            const size_t n = (size_t)W * H * 3 / 2;
+            std::vector<unsigned char> out(n + kGuard, kPoison);
+            ASSERT_TRUE(rig.man.ProcFrame(nullptr, out.data(), W, H));
+            ManagerRig::ExpectGuards(out, n);
+            const double cx = c.x, cy = c.y, cw = c.w, ch = c.h;
+            EXPECT_EQ(0, CompareToColours(
+                             W, H, out.data(), out.data() + (size_t)W * H,
+                             [&](int x, int y) {
+                                 return SampleLinear(in, W * cx + (x + 0.5) * cw,
+                                                     H * cy + (y + 0.5) * ch);
+                             },
+                             2.0, what, false));
+        }
+    }
 }
 
 // The contract every effect keeps: refusals with the effect's own lines and

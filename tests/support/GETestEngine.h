@@ -47,7 +47,8 @@ inline std::string ToString(const std::vector<Rect>& rects) {
 
 // The plug-in's side of a capture: each tile is converted from `img` into
 // the effect's texture as the plug-in's convertRect does, then `clean` runs
-// so that the GPU sees it. Without an image the calls are only recorded.
+// so that the GPU sees it. Every rectangle must lie inside the image and fit
+// the destination. Without an image the calls are only recorded.
 class TileServer : public IYUVConverter {
 public:
     struct Call {
@@ -60,8 +61,12 @@ public:
         rects.push_back({rx, ry, rw, rh});
         calls.push_back({dst, dw, dh});
         if (dst != nullptr && m_pImg != nullptr) {
-            sp2yuvxs(dst, dw, dh, m_pImg->YPlane(), m_pImg->UVPlane(), m_pImg->w, m_pImg->h, rx, ry,
-                     rw, rh);
+            EXPECT_TRUE(rx >= 0 && ry >= 0 && rx % 2 == 0 && ry % 2 == 0 && rw >= 1 && rh >= 1 &&
+                        rx + rw <= m_pImg->w && ry + rh <= m_pImg->h && rw <= dw && rh <= dh)
+                << "rectangle " << ToString({{rx, ry, rw, rh}}) << " of " << m_pImg->w << " x "
+                << m_pImg->h << " into " << dw << " x " << dh;
+            sp2yuvxs_any(dst, dw, dh, m_pImg->YPlane(), m_pImg->UVPlane(), m_pImg->w, m_pImg->h, rx,
+                         ry, rw, rh);
             if (m_clean) {
                 m_clean();
             }

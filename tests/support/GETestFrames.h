@@ -94,7 +94,7 @@ inline double Clamp01(double v) {
 }
 
 // The shaders' YUV to RGB: full-range BT.601 with the chroma offset folded in.
-inline RGB YuvToRgb(int y, int v, int u) {
+inline RGB YuvToRgb(double y, double v, double u) {
     const double c0 = y / 255.0, c1 = v / 255.0, c2 = u / 255.0;
     return {c0 + 1.402 * c1 - 0.701, c0 - 0.714 * c1 - 0.344 * c2 + 0.529, c0 + 1.772 * c2 - 0.886};
 }
@@ -143,20 +143,17 @@ inline SourceOf Mirrored(int tw, int th, bool columns) {
     };
 }
 
-// Compares the output planes of `in`'s size (luma rows of in.w bytes, chroma
-// rows of the same length) with the formulas: each luma byte with `op` of the
-// source pixel that `source` names, the chroma pair of each 2 x 2 block with
-// the mean of its four stored colours. A byte is wrong when it lies more than
-// `tol` from the value, or with `rounded` from the value rounded to a byte.
-// Reports the first few wrong bytes and returns how many there were.
-inline int CompareToFormula(const SPImage& in, const unsigned char* y, const unsigned char* uv,
-                            const SourceOf& source, RGB (*op)(const RGB&), double tol,
+// Compares output planes of w x h (luma rows of w bytes, chroma rows of the
+// same length) with the colours they should hold: each luma byte with the
+// luma of `colour(x, y)` as an 8-bit framebuffer keeps it, the chroma pair of
+// each 2 x 2 block with the mean of its four stored colours. A byte is wrong
+// when it lies more than `tol` from the value, or with `rounded` from the
+// value rounded to a byte. Reports the first few wrong bytes and returns how
+// many there were.
+inline int CompareToColours(int w, int h, const unsigned char* y, const unsigned char* uv,
+                            const std::function<RGB(int x, int y)>& colour, double tol,
                             const std::string& what, bool rounded = true) {
-    auto colour = [&](int x, int r) {
-        int sx, sy;
-        source(x, r, &sx, &sy);
-        return Stored(op(YuvToRgb(in.Y(sx, sy), in.V(sx, sy), in.U(sx, sy))));
-    };
+    auto stored = [&](int x, int r) { return Stored(colour(x, r)); };
     int bad = 0;
     auto check = [&](int got, double want, const char* plane, int x, int r) {
         if (fabs(got - (rounded ? round(want) : want)) > tol && ++bad <= 5) {
@@ -164,24 +161,58 @@ inline int CompareToFormula(const SPImage& in, const unsigned char* y, const uns
                           << ", want " << want;
         }
     };
-    for (int r = 0; r < in.h; ++r) {
-        for (int x = 0; x < in.w; ++x) {
-            check(y[(size_t)r * in.w + x], LumaOf(colour(x, r)), "luma", x, r);
+    for (int r = 0; r < h; ++r) {
+        for (int x = 0; x < w; ++x) {
+            check(y[(size_t)r * w + x], LumaOf(stored(x, r)), "luma", x, r);
         }
     }
-    for (int r = 0; r + 1 < in.h; r += 2) {
-        for (int x = 0; x + 1 < in.w; x += 2) {
+    for (int r = 0; r + 1 < h; r += 2) {
+        for (int x = 0; x + 1 < w; x += 2) {
             RGB m = {0, 0, 0};
             for (int k = 0; k < 4; ++k) {
-                const RGB c = colour(x + k % 2, r + k / 2);
+                const RGB c = stored(x + k % 2, r + k / 2);
                 m = {m.r + c.r / 4, m.g + c.g / 4, m.b + c.b / 4};
             }
-            const unsigned char* p = uv + (size_t)(r / 2) * in.w + x;
+            const unsigned char* p = uv + (size_t)(r / 2) * w + x;
             check(p[0], VOf(m), "V", x, r);
             check(p[1], UOf(m), "U", x, r);
         }
     }
     return bad;
+}
+
+// CompareToColours of `in`'s size, each pixel `op` of the source pixel that
+// `source` names.
+inline int CompareToFormula(const SPImage& in, const unsigned char* y, const unsigned char* uv,
+                            const SourceOf& source, RGB (*op)(const RGB&), double tol,
+                            const std::string& what, bool rounded = true) {
+    return CompareToColours(
+        in.w, in.h, y, uv,
+        [&](int x, int r) {
+            int sx, sy;
+            source(x, r, &sx, &sy);
+            return op(YuvToRgb(in.Y(sx, sy), in.V(sx, sy), in.U(sx, sy)));
+        },
+        tol, what, rounded);
+}
+
+// The colour a linearly filtered texture of `img` (one Y, V, U texel per
+// pixel, clamped at the edges) gives at pixel coordinates (u, v), the
+// centre of pixel (x, y) being (x + 1/2, y + 1/2).
+inline RGB SampleLinear(const SPImage& img, double u, double v) {
+    auto clampTo = [](int i, int n) { return i < 0 ? 0 : (i >= n ? n - 1 : i); };
+    const double fu = u - 0.5, fv = v - 0.5;
+    const int x0 = (int)floor(fu), y0 = (int)floor(fv);
+    const double ax = fu - x0, ay = fv - y0;
+    double c[3] = {0, 0, 0};
+    for (int k = 0; k < 4; ++k) {
+        const int x = clampTo(x0 + k % 2, img.w), r = clampTo(y0 + k / 2, img.h);
+        const double wgt = (k % 2 ? ax : 1 - ax) * (k / 2 ? ay : 1 - ay);
+        c[0] += wgt * img.Y(x, r);
+        c[1] += wgt * img.V(x, r);
+        c[2] += wgt * img.U(x, r);
+    }
+    return YuvToRgb(c[0], c[1], c[2]);
 }
 
 // ---------------------------------------------------------------------------
