@@ -109,10 +109,11 @@ int64_t PreviewBufferBytes(int width, int height) {
     return pixels > INT_MAX / 4 ? -1 : pixels * 4;
 }
 
-// Sizes the preview pipeline can run at: even, at least one group of 16
-// pixels wide, and a buffer whose byte count fits an int.
+// Sizes the preview pipeline can run at: the GPU packs four luma samples per
+// texel, so the width is whole groups of 4 (at least 16); the height even;
+// a buffer whose byte count fits an int.
 bool PreviewSizeOk(int width, int height) {
-    return width >= 16 && height >= 2 && width % 2 == 0 && height % 2 == 0 &&
+    return width >= 16 && height >= 2 && width % 4 == 0 && height % 2 == 0 &&
            PreviewBufferBytes(width, height) > 0;
 }
 
@@ -665,8 +666,8 @@ int GPUPostEffect::handlePreview(GPUTask* task) {
     int height = m_nPreviewHeight;
     unsigned char* frame = static_cast<unsigned char*>(task->m_pBase) + task->m_nOffset;
     const private_handle_t* handle = HandleOf(m_pPreviewBuffer);
-    sp2yuvxs(reinterpret_cast<void*>(handle->base), (int)m_pPreviewBuffer->getStride(), height,
-             frame, width, height, 0, 0, width, height);
+    sp2yuvxs_any(reinterpret_cast<void*>(handle->base), (int)m_pPreviewBuffer->getStride(), height,
+                 frame, frame + width * height, width, height, 0, 0, width, height);
     clean_buffer(m_pPreviewBuffer);
 
     if (!m_bEffectChosen) {
@@ -745,9 +746,9 @@ int GPUPostEffect::handleCapture(GPUTask* task) {
         return 0;
     }
 
-    // Refuse what cannot be processed before anything is touched. The tiles
-    // are preview-sized and 32-pixel aligned, so a capture narrower than the
-    // preview buffer must itself be a whole number of 32-pixel groups.
+    // Refuse what cannot be processed before anything is touched: a
+    // semi-planar image has one chroma pair per 2 x 2 block, so both sides
+    // are even.
     const int width = task->m_nWidth;
     const int height = task->m_nHeight;
     const int64_t planeBytes = (int64_t)width * height;
@@ -756,9 +757,8 @@ int GPUPostEffect::handleCapture(GPUTask* task) {
                 "handleCapture", m_nPreviewWidth, m_nPreviewHeight);
         return 3;
     }
-    if (width < 32 || height < 2 || width % 2 != 0 || height % 2 != 0 ||
-        planeBytes + planeBytes / 2 > INT_MAX ||
-        (width % 32 != 0 && width < AlignUp32(m_nPreviewWidth))) {
+    if (width < 2 || height < 2 || width % 2 != 0 || height % 2 != 0 ||
+        planeBytes + planeBytes / 2 > INT_MAX) {
         GE_LOGE(s_log, "[%s] bad capture size %d x %d (preview %d x %d): capture refused",
                 "handleCapture", width, height, m_nPreviewWidth, m_nPreviewHeight);
         return 3;
@@ -846,38 +846,38 @@ int GPUPostEffect::convertRect(void* dst, int dw, int dh, int rx, int ry, int rw
             m_nCaptureWidth, m_nCaptureHeight, dw, rx, ry, rw, rh);
     const int cw = m_nCaptureWidth;
     const int ch = m_nCaptureHeight;
-    // dst must hold dw x dh pixels of at least one 16-pixel group and one row
-    // pair; it is the capture buffer, so it cannot be larger than that.
-    bool dstOk = dst != nullptr && dw >= 16 && dh >= 2;
+    // dst is the capture buffer: it cannot be larger than that.
+    bool dstOk = dst != nullptr && dw >= 1 && dh >= 1;
     if (dstOk && m_pCaptureBuffer != nullptr) {
         dstOk = (uint32_t)dw <= m_pCaptureBuffer->getStride() &&
                 (uint32_t)dh <= m_pCaptureBuffer->getHeight();
     }
-    if (m_pCaptureY == nullptr || m_pCaptureUV == nullptr || !dstOk) {
-        GE_LOGE(s_log, "[%s] no capture or unusable destination %p (%d x %d): nothing converted",
-                "convertRect", dst, dw, dh);
+
+    // Keep the rectangle inside the capture and the destination: it is cut,
+    // never moved, so every pixel that is converted lands where it was asked
+    // for. Origins stay even so that the chroma pairs line up.
+    int64_t x0 = rx < 0 ? 0 : (int64_t)rx & ~(int64_t)1;
+    int64_t y0 = ry < 0 ? 0 : (int64_t)ry & ~(int64_t)1;
+    int64_t x1 = (int64_t)rx + rw, y1 = (int64_t)ry + rh;
+    x1 = x1 > cw ? cw : x1;
+    y1 = y1 > ch ? ch : y1;
+    x1 = x1 > x0 + dw ? x0 + dw : x1;
+    y1 = y1 > y0 + dh ? y0 + dh : y1;
+    if (m_pCaptureY == nullptr || m_pCaptureUV == nullptr || !dstOk || x1 <= x0 || y1 <= y0) {
+        GE_LOGE(s_log,
+                "[%s] no capture, unusable destination %p (%d x %d) or rectangle (%d, %d, %d x %d) "
+                "outside the %d x %d capture: nothing converted",
+                "convertRect", dst, dw, dh, rx, ry, rw, rh, cw, ch);
         return 0;
     }
-
-    // Keep the rectangle inside the capture and the destination: clip its
-    // size, then move it in. Origins stay even so that the chroma pairs line
-    // up; at least one group of 16 pixels and one row pair are read.
-    int64_t x = rx, y = ry, w = rw, h = rh;
-    int64_t maxW = cw < dw ? cw : dw;
-    int64_t maxH = ch < dh ? ch : dh;
-    w = w < 16 ? 16 : (w > maxW ? maxW : w);
-    h = h < 2 ? 2 : (h > maxH ? maxH : h);
-    x = x < 0 ? 0 : (x > cw - w ? cw - w : x);
-    y = y < 0 ? 0 : (y > ch - h ? ch - h : y);
-    x &= ~(int64_t)1;
-    y &= ~(int64_t)1;
+    const int x = (int)x0, y = (int)y0, w = (int)(x1 - x0), h = (int)(y1 - y0);
     if (x != rx || y != ry || w != rw || h != rh) {
         GE_LOGE(s_log,
                 "[%s] rectangle (%d, %d, %d x %d) outside the %d x %d capture or the %d x %d "
                 "destination: reading (%d, %d, %d x %d)",
-                "convertRect", rx, ry, rw, rh, cw, ch, dw, dh, (int)x, (int)y, (int)w, (int)h);
+                "convertRect", rx, ry, rw, rh, cw, ch, dw, dh, x, y, w, h);
     }
-    sp2yuvxs(dst, dw, dh, m_pCaptureY, m_pCaptureUV, cw, ch, (int)x, (int)y, (int)w, (int)h);
+    sp2yuvxs_any(dst, dw, dh, m_pCaptureY, m_pCaptureUV, cw, ch, x, y, w, h);
     clean_buffer(m_pCaptureBuffer);
     return 1;
 }

@@ -94,27 +94,29 @@ public:
     int handlePreview(int fd, void* base, int offset) override;
     int stopPreview() override;
     // A capture is refused with 3 and an error line, before anything is
-    // converted, unless: a preview size was set; width and height are even,
-    // the width at least 32 and either a multiple of 32 or at least the
-    // preview buffer's width (the tiles are preview-sized and 32-aligned);
-    // the planes' bytes fit an int; base is not null, yOffset is not
-    // negative and the chroma follows the luma (uvOffset >= width x height);
-    // and, when fd tells the size of its memory, both planes lie inside it
-    // (base being the start of that memory). Preview frames are checked the
-    // same way (null base, negative offset, a frame past the end of fd's
-    // memory: -1), and a preview size the pipeline cannot run (odd, narrower
-    // than 16 pixels, a buffer too big for an int) fails bring-up with 2.
+    // converted, unless: a preview size was set; width and height are even
+    // and at least 2; the planes' bytes fit an int; base is not null,
+    // yOffset is not negative and the chroma follows the luma (uvOffset >=
+    // width x height); and, when fd tells the size of its memory, both
+    // planes lie inside it (base being the start of that memory). Any other
+    // size is processed, whatever the preview size. Preview frames are
+    // checked the same way (null base, negative offset, a frame past the end
+    // of fd's memory: -1), and a preview size the pipeline cannot run (odd
+    // height, a width below 16 or not a multiple of 4, a buffer too big for
+    // an int) fails bring-up with 2.
     int handleCapture(int width, int height, int fd, void* base, int yOffset,
                       int uvOffset) override;
     int setParameters(const android::String8& params) override;
     int setCrop(int x, int y, int w, int h) override;
 
     // Converts the rectangle (rx, ry, rw, rh) of the current capture into
-    // dst ("yuvx", dw pixels per row, dh rows). Called by the effects on the
-    // worker during a capture. A rectangle that does not lie inside the
-    // capture (or does not fit dst) is moved and clipped until it does, with
-    // an error line; nothing outside the camera's planes or dst is touched.
-    // 1, or 0 (with an error line) when there is no capture or dst is unusable.
+    // dst ("yuvx", dw pixels per row, dh rows, padded to the right and
+    // downwards by repeating the rectangle's edge). Called by the effects on
+    // the worker during a capture. Any size is converted exactly; a
+    // rectangle that does not lie inside the capture (or does not fit dst)
+    // is cut until it does, with an error line, and never moved: nothing
+    // outside the camera's planes or dst is touched. 1, or 0 (with an error
+    // line) when there is no capture, dst is unusable or nothing is left.
     int convertRect(void* dst, int dw, int dh, int rx, int ry, int rw, int rh) override;
 
     // Cache maintenance through gralloc. 1, or 0 after a failure (logged).
