@@ -8,6 +8,8 @@
 
 #include <GLES2/gl2.h>
 
+#include <mutex>
+
 #include "effects/GEEffects.h"
 #include "effects/GEShaderMirror.h"
 #include "engine/GEShader.h"
@@ -25,15 +27,34 @@ GELogTag s_log("GEManager");
 const char kFrameBufferDevice[] = "/dev/graphics/fb0";
 const char kEqualsLine[] = "======================================================";
 
-// Frame timing, shared by every manager of the process: the running total
-// behind the 50-frame average, and the FPS interval.
+// Frame timing: the 50-frame average and the FPS interval.
 const unsigned kAvgFrames = 50;
 const uint32_t kFPSIntervalMs = 2000;
-uint32_t s_nAvgTotalMs = 0;
-unsigned s_nAvgFrames = 0;
-bool s_bFPSStarted = false;
-uint32_t s_nFPSStartMs = 0;
-unsigned s_nFPSFrames = 0;
+
+// The process's EGL displays. A camera service may hold two plug-in objects
+// (a camera switch starts the new one before it stops the old one), each with
+// a manager on its own worker thread, and both get the same default display.
+// An EGL need not count how often a display was initialised: one
+// eglTerminate would end it for both. So the first manager on a display
+// initialises it and the last one terminates it; each has its own context
+// and surface. The managers that are up form a list, newest first, whose head
+// the exported globals name. Everything here is guarded by s_eglLock.
+struct DisplayUse {
+    EGLDisplay display;
+    int users;
+};
+std::mutex s_eglLock;
+DisplayUse s_displays[4];
+GEManager* s_pNewestManager = nullptr;
+
+DisplayUse* FindDisplay(EGLDisplay display) {
+    for (DisplayUse& d : s_displays) {
+        if (d.users > 0 && d.display == display) {
+            return &d;
+        }
+    }
+    return nullptr;
+}
 
 }  // namespace
 
@@ -58,7 +79,7 @@ GEManager::GEManager() : GEManager(NoEGL()) {
     }
     GE_LOGD(s_log, "[%s] m_eglDisplay successfully", "GEManager");
 
-    EGLBoolean ok = eglInitialize(m_eglDisplay, nullptr, nullptr);
+    EGLBoolean ok = AcquireDisplay();
     if (!ok) {
         GE_LOGE(s_log, "[%s] eglInitialize failed: %d - eglGetError Returned: %d", "GEManager", 0,
                 (int)eglGetError());
@@ -104,9 +125,62 @@ GEManager::GEManager() : GEManager(NoEGL()) {
     }
     GE_LOGD(s_log, "[%s] eglMakeCurrent successfully", "GEManager");
 
-    g_eglDisplay = m_eglDisplay;
-    g_eglContext = m_eglContext;
+    {
+        std::lock_guard<std::mutex> lock(s_eglLock);
+        m_pOlderManager = s_pNewestManager;
+        s_pNewestManager = this;
+        GESetEGLGlobals(m_eglDisplay, m_eglContext);
+    }
+    GESetThreadContext(m_eglContext);
     m_bEGLReady = true;
+}
+
+bool GEManager::AcquireDisplay() {
+    std::lock_guard<std::mutex> lock(s_eglLock);
+    DisplayUse* use = FindDisplay(m_eglDisplay);
+    if (use == nullptr) {
+        for (DisplayUse& d : s_displays) {
+            if (d.users == 0) {
+                use = &d;
+                break;
+            }
+        }
+        if (use == nullptr || !eglInitialize(m_eglDisplay, nullptr, nullptr)) {
+            return false;
+        }
+        use->display = m_eglDisplay;
+    } else {
+        GE_LOGD(s_log, "[%s] display shared with %d other manager(s)", "GEManager", use->users);
+    }
+    ++use->users;
+    m_bDisplayHeld = true;
+    return true;
+}
+
+void GEManager::ReleaseDisplay() {
+    std::lock_guard<std::mutex> lock(s_eglLock);
+    // Out of the list; the globals move on to the newest manager left.
+    for (GEManager** p = &s_pNewestManager; *p != nullptr; p = &(*p)->m_pOlderManager) {
+        if (*p == this) {
+            *p = m_pOlderManager;
+            break;
+        }
+    }
+    m_pOlderManager = nullptr;
+    const GEManager* newest = s_pNewestManager;
+    GESetEGLGlobals(newest != nullptr ? newest->m_eglDisplay : EGL_NO_DISPLAY,
+                    newest != nullptr ? newest->m_eglContext : EGL_NO_CONTEXT);
+    if (!m_bDisplayHeld) {
+        return;
+    }
+    m_bDisplayHeld = false;
+    DisplayUse* use = FindDisplay(m_eglDisplay);
+    if (use != nullptr && --use->users > 0) {
+        GE_LOGD(s_log, "[%s] display kept for %d other manager(s)", "~GEManager", use->users);
+        return;
+    }
+    GE_LOGD(s_log, "[%s] eglTerminate", "~GEManager");
+    eglTerminate(m_eglDisplay);
 }
 
 GEManager::GEManager(NoEGL)
@@ -132,7 +206,14 @@ GEManager::GEManager(NoEGL)
       m_nDispWidth(-1),
       m_nDispHeight(-1),
       m_bUnused(false),
-      m_pConverter(nullptr) {}
+      m_pConverter(nullptr),
+      m_nAvgTotalMs(0),
+      m_nAvgFrames(0),
+      m_bFPSStarted(false),
+      m_nFPSStartMs(0),
+      m_nFPSFrames(0),
+      m_bDisplayHeld(false),
+      m_pOlderManager(nullptr) {}
 
 GEManager::~GEManager() {
     Deinit();
@@ -150,13 +231,11 @@ GEManager::~GEManager() {
     GE_LOGD(s_log, "[%s] eglDestroyContext", "~GEManager");
     if (m_eglContext != EGL_NO_CONTEXT) {
         eglDestroyContext(m_eglDisplay, m_eglContext);
-        m_eglContext = EGL_NO_CONTEXT;
     }
-    GE_LOGD(s_log, "[%s] eglTerminate", "~GEManager");
-    eglTerminate(m_eglDisplay);
+    ReleaseDisplay();
+    GESetThreadContext(EGL_NO_CONTEXT);
+    m_eglContext = EGL_NO_CONTEXT;
     m_eglDisplay = EGL_NO_DISPLAY;
-    g_eglDisplay = EGL_NO_DISPLAY;
-    g_eglContext = EGL_NO_CONTEXT;
 }
 
 bool GEManager::Init(ANativeWindowBuffer* buffer, unsigned, unsigned, unsigned, unsigned x,
@@ -187,14 +266,13 @@ bool GEManager::Init(ANativeWindowBuffer* buffer, unsigned, unsigned, unsigned, 
         if (ioctl(fd, FBIOGET_VSCREENINFO, &info) == 0) {
             unsigned larger = info.xres > info.yres ? info.xres : info.yres;
             unsigned smaller = info.xres > info.yres ? info.yres : info.xres;
-            g_Disp_Width = (int)larger;
-            g_Disp_Height = (int)smaller;
+            GESetDispSize((int)larger, (int)smaller);
         }
         close(fd);
     }
-    GE_LOGI(s_log, "[%s] g_Disp_Width=%d, g_Disp_Height=%d", "Init", g_Disp_Width, g_Disp_Height);
-    m_nDispWidth = g_Disp_Width;
-    m_nDispHeight = g_Disp_Height;
+    m_nDispWidth = GEGetDispWidth();
+    m_nDispHeight = GEGetDispHeight();
+    GE_LOGI(s_log, "[%s] g_Disp_Width=%d, g_Disp_Height=%d", "Init", m_nDispWidth, m_nDispHeight);
     m_pConverter = conv;
 
     GE_LOGI(s_log, "[%s] New GLTexture for input frame native addr %u, w=%d, h=%d", "Init",
@@ -337,12 +415,12 @@ bool GEManager::ProcFrame(unsigned a, unsigned b, int c, int d) {
         return false;
     }
 
-    s_nAvgTotalMs += GetTickCount() - start;
-    if (++s_nAvgFrames >= kAvgFrames) {
+    m_nAvgTotalMs += GetTickCount() - start;
+    if (++m_nAvgFrames >= kAvgFrames) {
         GE_LOGI(s_log, "[GPUEffectManager::ProcFrame] Avg frame proc time = %.2f ms\n",
-                (double)((float)s_nAvgTotalMs / (float)kAvgFrames));
-        s_nAvgTotalMs = 0;
-        s_nAvgFrames = 0;
+                (double)((float)m_nAvgTotalMs / (float)kAvgFrames));
+        m_nAvgTotalMs = 0;
+        m_nAvgFrames = 0;
     }
     FPS();
     return true;
@@ -362,19 +440,19 @@ bool GEManager::ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* ou
 
 void GEManager::FPS() {
     uint32_t now = GetTickCount();
-    if (!s_bFPSStarted) {
-        // The first frame of the process opens the first interval.
-        s_bFPSStarted = true;
-        s_nFPSStartMs = now;
-        s_nFPSFrames = 0;
+    if (!m_bFPSStarted) {
+        // The first frame opens the first interval.
+        m_bFPSStarted = true;
+        m_nFPSStartMs = now;
+        m_nFPSFrames = 0;
     }
-    ++s_nFPSFrames;
-    uint32_t elapsed = now - s_nFPSStartMs;
+    ++m_nFPSFrames;
+    uint32_t elapsed = now - m_nFPSStartMs;
     if (elapsed > kFPSIntervalMs) {
         GE_LOGI(s_log, "[%s] FPS = %.2f\n", "FPS",
-                (double)((float)s_nFPSFrames * 1000.0f / (float)elapsed));
-        s_nFPSStartMs = now;
-        s_nFPSFrames = 0;
+                (double)((float)m_nFPSFrames * 1000.0f / (float)elapsed));
+        m_nFPSStartMs = now;
+        m_nFPSFrames = 0;
     }
 }
 

@@ -25,7 +25,11 @@ public:
     // window and pbuffer surfaces, OpenGL ES 2).
     static const EGLint kConfigAttribs[];
 
-    // Brings EGL up; a failure is logged and makes later calls fail.
+    // Brings EGL up; a failure is logged and makes later calls fail. Every
+    // manager has its own context and pbuffer; the display is shared with
+    // the other managers of the process, initialised by the first and
+    // terminated by the last, so that any number of plug-in objects can run
+    // side by side and stop in any order.
     GEManager();
     virtual ~GEManager();
 
@@ -57,7 +61,7 @@ public:
     // Copies the converted planes of the current effect to y and uv.
     virtual bool MemcpyYUV(void* y, void* uv);
     // Counts a frame; logs the rate every two seconds. The counters, like
-    // the 50-frame average of the preview ProcFrame, are process-wide.
+    // the 50-frame average of the preview ProcFrame, are this manager's own.
     virtual void FPS();
 
     bool m_bLandscaped;  // for Mirror, set by the plug-in
@@ -85,8 +89,20 @@ protected:
     int m_nDispWidth, m_nDispHeight;
     bool m_bUnused;
     IYUVConverter* m_pConverter;
+    // Frame timing.
+    uint32_t m_nAvgTotalMs;
+    unsigned m_nAvgFrames;
+    bool m_bFPSStarted;
+    uint32_t m_nFPSStartMs;
+    unsigned m_nFPSFrames;
 
 private:
+    // The display's use count (GEManager.cpp): the first user initialises
+    // the display; the last one terminates it. Release also takes the
+    // manager out of the list behind the exported globals.
+    bool AcquireDisplay();
+    void ReleaseDisplay();
+
     // The checks every ProcFrame makes before it reaches the effect (capture:
     // also that the effect was chosen for capture), with their error lines.
     bool ReadyToProcess(bool capture);
@@ -95,6 +111,9 @@ private:
 
     GEManager(const GEManager&) = delete;
     GEManager& operator=(const GEManager&) = delete;
+
+    bool m_bDisplayHeld;         // this manager counts as a user of its display
+    GEManager* m_pOlderManager;  // the next older manager that is up
 };
 
 #endif

@@ -71,7 +71,7 @@ GLTexture::~GLTexture() {
             (int)m_nTexName);
     if (m_eglImage != EGL_NO_IMAGE_KHR) {
         EGLDisplay display = eglGetCurrentDisplay();
-        if (display != g_eglDisplay) {
+        if (display != GEGetEGLDisplay()) {
             GE_LOGE(s_log, "%s", kBannerDtor);
             GE_LOGE(s_log, "[GLTexture::~GLTexture] unequal display");
             GE_LOGE(s_log, "%s", kBannerDtor);
@@ -104,12 +104,18 @@ int GLTexture::Init(ANativeWindowBuffer* buf, unsigned format, unsigned type, un
     if (!CheckEGLError("GLTexture::Init", "eglGetCurrentContext")) {
         return 0;
     }
-    if (display != g_eglDisplay) {
+    if (display != GEGetEGLDisplay()) {
         GE_LOGE(s_log, "%s", kBanner);
         GE_LOGE(s_log, "[GLTexture::Init] unequal display");
         GE_LOGE(s_log, "%s", kBanner);
     }
-    if (context != g_eglContext) {
+    // The worker's own manager names the context to expect; a thread
+    // without one (a tool, a test) is checked against the global.
+    EGLContext expected = GEGetThreadContext();
+    if (expected == EGL_NO_CONTEXT) {
+        expected = GEGetEGLContext();
+    }
+    if (context != expected) {
         GE_LOGE(s_log, "%s", kBanner);
         GE_LOGE(s_log, "[GLTexture::Init] unequal context");
         GE_LOGE(s_log, "%s", kBanner);

@@ -16,9 +16,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <memory>
 #include <mutex>
 #include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "GETestFrames.h"
@@ -260,6 +263,118 @@ TEST_F(EndToEnd, CameraSessionWithBloomMirrorAndACapture) {
     EXPECT_EQ(-1, frame.Send(effect));
     EXPECT_EQ(0, effect->stop());
     lib.Destroy(effect);
+}
+
+// One camera of a camera service, with a plug-in object of its own: its
+// effect, preview size, frames and captures. Every check counts into `bad`,
+// so that it can run on a thread of its own.
+struct Camera {
+    Camera(const Library* l, const char* prm, int pw, int ph, RGB (*o)(const RGB&), bool m)
+        : lib(l), params(prm), w(pw), h(ph), op(o), mirror(m) {}
+    const Library* lib;
+    const char* params;
+    int w, h;  // the preview; captures are 2 x 2 previews
+    RGB (*op)(const RGB&);
+    bool mirror;
+    IPostEffect* p = nullptr;
+    std::unique_ptr<FrameBuffer> frame;
+    int bad = 0;
+    int seed = 0;
+
+    SourceOf Source() const { return mirror ? Mirrored(w, h, false) : SourceOf(Identity); }
+    void Start() {
+        p = lib->Create();
+        frame.reset(new FrameBuffer(w, h));
+        bad += p->start() != 0;
+        bad += p->setParameters(String8(params)) != 0;
+        bad += p->startPreview(w, h) != 0;
+    }
+    void Frames(int n) {
+        for (int i = 0; i < n; ++i) {
+            const SPImage in = SPImage::Pattern(w, h, ++seed);
+            frame->Put(in);
+            bad += frame->Send(p) != 0;
+            bad += Compare(in, frame->Frame(), frame->Frame() + w * h, Source(), op, params);
+        }
+    }
+    void Capture() {
+        const int cw = 2 * w, ch = 2 * h;
+        const SPImage in = SPImage::Pattern(cw, ch, ++seed);
+        CameraBuffer buf(in.data.size());
+        memcpy(buf.Base(), in.data.data(), in.data.size());
+        bad += p->handleCapture(cw, ch, buf.Fd(), buf.Base(), 0, cw * ch) != 0;
+        bad += Compare(in, buf.Base(), buf.Base() + cw * ch, Source(), op, params);
+    }
+    void Stop() { bad += p->stop() != 0; }
+    void Destroy() {
+        lib->Destroy(p);
+        p = nullptr;
+    }
+};
+
+// Two plug-in objects in one process, as a camera switch (the new object
+// starts before the old one stops) or two cameras at once make them: each
+// keeps processing its own frames and captures whatever the order of start,
+// stop and destroy, and once the last one is gone the exported globals are
+// cleared.
+TEST_F(EndToEnd, TwoObjectsInOneProcess) {
+    Library lib;
+    ASSERT_TRUE(lib.Ok()) << dlerror();
+    void* const* context = static_cast<void* const*>(dlsym(lib.Handle(), "g_eglContext"));
+    ASSERT_NE(nullptr, context);
+    // Steps: an object's letter and what it does: s start, f frames, c
+    // capture, x stop, d destroy; "||" runs three frames, a capture and three
+    // frames on both at once, each on its own thread.
+    const struct {
+        const char* name;
+        const char* steps;
+    } cases[] = {
+        {"a camera switch", "As Bs Ax Bf Bc Bx Ad Bd"},
+        {"the newer one stops first", "As Bs Bx Af Ac Ax Bd Ad"},
+        {"destroyed while the other runs", "As Bs Ax Ad Bf Bc Bx Bd"},
+        {"two cameras at once", "As Bs || Ax Bx Bd Ad"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Camera cams[2] = {{&lib, "GPU-effect=9", kW, kH, Bloom, false},
+                          {&lib, "GPU-effect=8;GE-param0=0,0,0,0", 96, 48, Unchanged, true}};
+        std::istringstream steps(c.steps);
+        for (std::string step; steps >> step;) {
+            if (step == "||") {
+                auto run = [](Camera* cam) {
+                    cam->Frames(3);
+                    cam->Capture();
+                    cam->Frames(3);
+                };
+                std::thread a(run, &cams[0]), b(run, &cams[1]);
+                a.join();
+                b.join();
+                continue;
+            }
+            Camera& cam = cams[step[0] - 'A'];
+            switch (step[1]) {
+                case 's':
+                    cam.Start();
+                    cam.Frames(2);
+                    break;
+                case 'f':
+                    cam.Frames(3);
+                    break;
+                case 'c':
+                    cam.Capture();
+                    cam.Frames(1);  // the preview comes back after a capture
+                    break;
+                case 'x':
+                    cam.Stop();
+                    break;
+                case 'd':
+                    cam.Destroy();
+                    break;
+            }
+            ASSERT_EQ(0, cam.bad) << "after " << step;
+        }
+        EXPECT_EQ(nullptr, *context);
+    }
 }
 
 // What a confused or hostile caller can send reaches no memory outside its
