@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Cross-builds the CPU converters and their tests for AArch64 (build-aarch64)
-# and runs the tests under qemu-user. Needs the packages of install-deps.sh.
+# and runs the tests under qemu-user. Installs what is missing first
+# (install-deps.sh: the cross compiler, qemu-user, GoogleTest's sources).
 # Exits non-zero if configuring, building or any test fails, or if the tests
 # did not run on the NEON row functions.
 set -euo pipefail
@@ -8,6 +9,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD_DIR:-$root/build-aarch64}
 sysroot=/usr/aarch64-linux-gnu
+
+"$root/scripts/install-deps.sh"
 
 cmake -S "$root" -B "$build" \
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64-linux-gnu.cmake" \

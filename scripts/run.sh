@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # The main job: installs what is missing, builds (build/) and runs the camera
 # harness, build/tools/posteffect, on the bundled picture. Every effect of the
-# table that exists runs through preview frames and a capture; the contact
-# sheet posteffect-contact.png lands in the current folder and the timing
-# table is printed. Arguments are passed on to posteffect (posteffect --help).
+# table runs through preview frames and a capture; the outputs (the contact
+# sheet posteffect-contact.png among them) land in build/run/ unless --out
+# says otherwise, and the timing table is printed. Arguments are passed on to
+# posteffect (posteffect --help).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 (
@@ -12,4 +13,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
     cmake --preset default
     cmake --build --preset default --target posteffect_tool
 )
-exec "$root/build/tools/posteffect" "$@"
+args=("$@")
+if [[ " $* " != *" --out "* ]]; then
+    mkdir -p "$root/build/run"
+    args=(--out "$root/build/run" "${args[@]}")
+fi
+exec "$root/build/tools/posteffect" "${args[@]}"

@@ -9,6 +9,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -93,7 +94,9 @@ inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETe
     for (size_t i = 0; i < gap; ++i) {
         b[54 + i] = (unsigned char)(0xC0 + i);
     }
-    b.insert(b.end(), pixels.begin(), pixels.end());
+    // resize and copy: GCC 12's array-bounds check misreads an insert here.
+    b.resize(54 + gap + pixels.size());
+    std::copy(pixels.begin(), pixels.end(), b.begin() + (ptrdiff_t)(54 + gap));
     return b;
 }
 
