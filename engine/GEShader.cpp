@@ -274,19 +274,18 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
         start = next;
     }
     m_nMaxRun = cols * ((uH + stepY - 1) / stepY);
-    GE_LOGI(m_log, "[%s] fImgWidth=%d, fImgHeight=%d, nProcW=%d, nProcH=%d, max run = %d",
-            "ProcFrame", W, H, (int)nProcW, (int)nProcH, (int)m_nMaxRun);
+    LogWalkStart(W, H, nProcW, nProcH, m_nMaxRun);
 
     unsigned char* uv = out != nullptr ? out + (size_t)uW * uH : nullptr;
     const float allocW = (float)m_pSrcTexture->GetAllocWidth();
     for (; m_nRun < m_nMaxRun; ++m_nRun) {
-        GE_LOGI(m_log,
-                ">> run %d ===================================================", (int)m_nRun);
+        LogRun(m_nRun);
         unsigned x = m_nTileX, w = 0;
         const unsigned y = m_nTileY;
         RunTile(uW, nProcW, &x, &w);
         const unsigned h = y + nProcH <= uH ? nProcH : uH - y;
         SetTile(x, y, w, h, uW, uH, 0.0f, 0.0f, (float)w / allocW, (float)h / (float)nProcH);
+        LogTile(W, H);
 
         // Only an image narrower than its tile makes the tile pass the right
         // edge; the converter is then asked for what the image holds.
@@ -310,6 +309,15 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
     m_nMaxRun = 0;
     GE_LOGI(m_log, "[%s] leave", "ProcFrame");
     return 1;
+}
+
+void GEShader::LogWalkStart(int W, int H, unsigned nProcW, unsigned nProcH, unsigned maxRun) {
+    GE_LOGI(m_log, "[%s] fImgWidth=%d, fImgHeight=%d, nProcW=%d, nProcH=%d, max run = %d",
+            "ProcFrame", W, H, (int)nProcW, (int)nProcH, (int)maxRun);
+}
+
+void GEShader::LogRun(unsigned run) {
+    GE_LOGI(m_log, ">> run %d ===================================================", (int)run);
 }
 
 namespace {
@@ -446,13 +454,13 @@ void GEShader::StoreInitArgs(GLTexture* src, unsigned a, unsigned x, unsigned y,
     m_nRefHeight = refH;
 }
 
-int GEShader::LoadProgram(GLProgram* prog) {
+int GEShader::LoadProgram(GLProgram* prog, const char* szNewFail, const char* szLoadFail) {
     if (prog == nullptr) {
-        GE_LOGE(m_log, "[%s] can't new program", "Init");
+        GE_LOGE(m_log, szNewFail, "Init");
         return 0;
     }
     if (!prog->Load()) {
-        GE_LOGE(m_log, "[%s] can't load program", "Init");
+        GE_LOGE(m_log, szLoadFail, "Init");
         return 0;
     }
     prog->SetTextures(0, m_pSrcTexture);

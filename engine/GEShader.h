@@ -118,6 +118,16 @@ protected:
     // tile keeps the tile at x 0, but the converter is asked for the image's
     // width only.
     int WalkRuns(unsigned char* out, int W, int H, unsigned overlapX = 0, unsigned overlapY = 0);
+    // The run walk's lines, which some effects word otherwise: the opening
+    // line ("[ProcFrame] fImgWidth=%d, fImgHeight=%d, nProcW=%d, nProcH=%d,
+    // max run = %d"), one line as each run starts (">> run %d ====...") and
+    // what an effect says of each tile once it is set (nothing by default).
+    virtual void LogWalkStart(int W, int H, unsigned nProcW, unsigned nProcH, unsigned maxRun);
+    virtual void LogRun(unsigned run);
+    virtual void LogTile(int W, int H) {
+        (void)W;
+        (void)H;
+    }
     // The nested walk through the crop rectangle: rows, then columns, no
     // overlap; the last tile of a row is widened in place to a multiple of
     // 32. Every output pixel shows the crop's source pixel at the crop's
@@ -146,9 +156,11 @@ protected:
     void StoreInitArgs(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned w, unsigned h,
                        unsigned char capture, unsigned refW = 960, unsigned refH = 544);
     // Loads the effect's newly made program and puts the source texture
-    // into its input slot 0. 0 with "[Init] can't new program" when `prog`
-    // is null, with "[Init] can't load program" when its Load fails; else 1.
-    int LoadProgram(GLProgram* prog);
+    // into its input slot 0. 0 with the error line `szNewFail` when `prog`
+    // is null, with `szLoadFail` when its Load fails (formats taking the
+    // function name "Init"); else 1.
+    int LoadProgram(GLProgram* prog, const char* szNewFail = "[%s] can't new program",
+                    const char* szLoadFail = "[%s] can't load program");
     // Logs "[Init] partial texcoord" and fills m_fTileTexCoord from the
     // quad's template with s scaled by the render width / the source
     // texture's allocated width, so that the quad samples only the

@@ -230,7 +230,7 @@ int GLProgram::FetchUniformLoc(GLint& loc, const char* shaderName, const char* m
     return LocIsValid(memberName, loc);
 }
 
-int GLProgram::LoadQuad(GELogTag& log, const char* vs, const char* fs) {
+int GLProgram::OpenLoad(GELogTag& log, const char* vs, const char* fs) {
     if (!Load(vs, fs)) {
         GE_LOGE(log, "[%s] can't load shader", "Load");
         return 0;
@@ -240,7 +240,12 @@ int GLProgram::LoadQuad(GELogTag& log, const char* vs, const char* fs) {
         return 0;
     }
     GE_LOGI(log, "[%s] get locations", "Load");
-    return FetchAttribLoc(m_nVerCoordLoc, "a_vertexCoord", "m_nVerCoordLoc") &&
+    return 1;
+}
+
+int GLProgram::LoadQuad(GELogTag& log, const char* vs, const char* fs) {
+    return OpenLoad(log, vs, fs) &&
+           FetchAttribLoc(m_nVerCoordLoc, "a_vertexCoord", "m_nVerCoordLoc") &&
            FetchAttribLoc(m_nTexCoordLoc, "a_textureCoord", "m_nTexCoordLoc") &&
            FetchUniformLoc(m_nSamplerLoc[kInputSampler], "s_texture0",
                            "m_nSamplerLoc[SAMPLER_INPUT_TEX]");
@@ -253,15 +258,17 @@ int GLProgram::LoadDone(GELogTag& log) {
     return 1;
 }
 
-int GLProgram::UseInputTex() {
+int GLProgram::UseInputTex(unsigned nCount) {
     const int ok = GLProgram::Use();
     if (!ok) {
         return 0;
     }
-    glActiveTexture(GL_TEXTURE0);
-    glUniform1i(m_nSamplerLoc[kInputSampler], 0);
-    if (m_pInputTex[0] != nullptr) {
-        m_pInputTex[0]->Bind();
+    for (unsigned i = 0; i < nCount && i < MAX_TEXTURES && (int)i < MAX_SAMPLERS; ++i) {
+        glActiveTexture(GL_TEXTURE0 + i);
+        glUniform1i(m_nSamplerLoc[i], (GLint)i);
+        if (m_pInputTex[i] != nullptr) {
+            m_pInputTex[i]->Bind();
+        }
     }
     return ok;
 }

@@ -97,21 +97,24 @@ public:
     static const GLushort s_nQuadIndices[6];
 
 protected:
-    // The opening steps of the Load of a program that draws the quad from
-    // one input texture, with its lines under the owner's tag `log`: builds
-    // vs / fs ("[Load] can't load shader" when that fails), logs "[Load] use
-    // program" and uses it, logs "[Load] get locations" and fetches, in this
-    // order, a_vertexCoord (m_nVerCoordLoc), a_textureCoord (m_nTexCoordLoc)
-    // and s_texture0 (m_nSamplerLoc[0], input slot 0). The caller logs its
-    // opening line before and fetches its own locations after. 1 / 0.
+    // The opening of a derived Load, with its lines under the owner's tag
+    // `log`: builds vs / fs ("[Load] can't load shader" when that fails),
+    // logs "[Load] use program" and uses it, logs "[Load] get locations".
+    // The caller fetches its locations after. 1 / 0.
+    int OpenLoad(GELogTag& log, const char* vs, const char* fs);
+    // OpenLoad for a program that draws the quad from one input texture,
+    // then fetches, in this order, a_vertexCoord (m_nVerCoordLoc),
+    // a_textureCoord (m_nTexCoordLoc) and s_texture0 (m_nSamplerLoc[0],
+    // input slot 0). 1 / 0.
     int LoadQuad(GELogTag& log, const char* vs, const char* fs);
     // The closing lines of such a Load under `log`: "[Load] program id %d",
     // "[Load] SAMPLER_INPUT_TEX %d" (the s_texture0 location) and
     // "[Load] leave". 1.
     int LoadDone(GELogTag& log);
-    // Use() with input slot 0 bound to texture unit 0 and s_texture0 set to
-    // that unit. The result of Use().
-    int UseInputTex();
+    // Use() with input slots 0 .. nCount - 1 bound to texture units of the
+    // same numbers and the samplers m_nSamplerLoc[0 .. nCount - 1] set to
+    // those units. The result of Use().
+    int UseInputTex(unsigned nCount = 1);
 
     // loc = the location of attribute / uniform `shaderName` in the linked
     // program, then LocIsValid(memberName, loc). Use the macros below, which
