@@ -1,8 +1,9 @@
-// Where the time of a preview frame and of a capture goes, for Mirror (8)
-// and Bloom (9), beside the bare GL floor of the same size measured in the
-// same run.
+// Where the time of a preview frame and of a capture goes, for every effect
+// of the table, beside the bare GL floor of the same size and Bloom (9), the
+// plainest one-pass effect, measured in the same run.
 //
-// bench_pipeline [Google Benchmark flags]
+// bench_pipeline [Google Benchmark flags]     (--benchmark_filter=Bloom|Vintage
+//                                               picks effects by name)
 //
 // Preview, 1280x720 and 1920x1080:
 //   Parts/...  through the engine directly (GEManager over a graphics buffer,
@@ -34,7 +35,7 @@
 //   worker's.
 //
 // After the runs, a summary gives the median milliseconds of each and their
-// ratio to the floor of the same size.
+// ratios to the floor of the same size and to Bloom's time.
 #include <GLES2/gl2.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -51,6 +52,7 @@
 #include <benchmark/benchmark.h>
 #include <gralloc_priv.h>
 
+#include "effects/GEEffects.h"
 #include "engine/GEManager.h"
 #include "harness.h"
 #include "sp2yuvx.h"
@@ -63,7 +65,7 @@ struct Size {
 };
 const Size kPreviewSizes[] = {{1280, 720}, {1920, 1080}};
 const Size kCaptureSize = {4000, 3000};
-const int kEffects[] = {8, 9};
+const int kBloom = 9;
 const int kPreviewIterations = 20;
 const int kCaptureIterations = 3;
 const int kWarmUpFrames = 2;
@@ -73,8 +75,26 @@ double NowMs() {
     return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
 }
 
+// Names of the effects in benchmark and summary rows, by effect number.
+const char* const kEffectNames[GE_EFFECT_COUNT] = {
+    "none",      "Vintage",   "DoF",        "Fisheye",    "Vignette",   "Dots",      "Contrast",
+    "TiltShift", "Mirror",    "Bloom",      "Whiteboard", "StyleMaple", "StyleNash", "TwoToneV",
+    "TwoToneH",  "SplitMono", "SplitColor", "Sketch",     "ColorSketch"};
+
 const char* EffectName(int n) {
-    return n == 8 ? "Mirror" : "Bloom";
+    return kEffectNames[n];
+}
+
+// The effects this build carries, Bloom and Mirror first.
+std::vector<int> Effects() {
+    std::vector<int> v = {kBloom, 8};
+    for (unsigned e = 1; e < GE_EFFECT_COUNT; ++e) {
+        const GEEffectEntry* entry = GEEffectLookUp(e);
+        if (e != 8 && e != (unsigned)kBloom && entry != nullptr && entry->pfnCreate != nullptr) {
+            v.push_back((int)e);
+        }
+    }
+    return v;
 }
 
 std::string SizeName(const Size& s) {
@@ -160,7 +180,7 @@ void BM_PreviewParts(benchmark::State& state, int nEffect, Size size) {
     double sum[4] = {0, 0, 0, 0};
     auto one = [&](double* pDt) {
         const double t0 = NowMs();
-        sp2yuvxs(pPixels, nStride, hh, frame.Luma(), w, hh, 0, 0, w, hh);
+        sp2yuvxs_any(pPixels, nStride, hh, frame.Luma(), frame.Chroma(), w, hh, 0, 0, w, hh);
         const double t1 = NowMs();
         CleanBuffer(buffer);
         const double t2 = NowMs();
@@ -261,8 +281,8 @@ public:
         : m_capture(capture), m_buffer(buffer) {}
     int convertRect(void* dst, int dw, int dh, int rx, int ry, int rw, int rh) override {
         const double t0 = NowMs();
-        sp2yuvxs(dst, dw, dh, m_capture.Luma(), m_capture.Chroma(), m_capture.m_nWidth,
-                 m_capture.m_nHeight, rx, ry, rw, rh);
+        sp2yuvxs_any(dst, dw, dh, m_capture.Luma(), m_capture.Chroma(), m_capture.m_nWidth,
+                     m_capture.m_nHeight, rx, ry, rw, rh);
         CleanBuffer(m_buffer);
         m_dMs += NowMs() - t0;
         return 1;
@@ -463,7 +483,7 @@ void Register() {
             ->Iterations(kPreviewIterations)
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
-        for (int e : kEffects) {
+        for (int e : Effects()) {
             const std::string name = std::string(EffectName(e)) + "/" + sz;
             benchmark::RegisterBenchmark(("Parts/" + name).c_str(), BM_PreviewParts, e, s)
                 ->Iterations(kPreviewIterations)
@@ -480,8 +500,13 @@ void Register() {
         ->Iterations(kCaptureIterations * 2)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
+    // Captures in tiles of both preview sizes for Bloom and Mirror, of the
+    // first for the others.
     for (const Size& tile : kPreviewSizes) {
-        for (int e : kEffects) {
+        for (int e : Effects()) {
+            if (&tile != &kPreviewSizes[0] && e != kBloom && e != 8) {
+                continue;
+            }
             const std::string name = std::string(EffectName(e)) + "/" + SizeName(kCaptureSize) +
                                      "/tile:" + SizeName(tile);
             benchmark::RegisterBenchmark(("CaptureParts/" + name).c_str(), BM_CaptureParts, e, tile)
@@ -522,38 +547,51 @@ void PrintSummary() {
         auto it = Samples().find(key);
         return it == Samples().end() ? -1.0 : Median(it->second);
     };
-    printf("\nSummary (median ms per frame; x = ratio to the GL floor of the same size)\n");
-    printf("\nPreview\n%-18s %7s %7s %7s %7s %8s %8s %8s %9s %9s\n", "", "expand", "upload",
-           "render", "copy", "parts", "whole", "floor", "render/x", "whole/x");
+    printf(
+        "\nSummary (median ms per frame; x = ratio to the GL floor of the same size, "
+        "B = ratio to Bloom in this run)\n");
+    printf("\nPreview\n%-22s %7s %7s %7s %7s %8s %8s %8s %9s %9s %9s\n", "", "expand", "upload",
+           "render", "copy", "parts", "whole", "floor", "render/x", "whole/x", "whole/B");
     for (const Size& s : kPreviewSizes) {
         const double floorMs = med("floor " + SizeName(s) + "/floor");
-        for (int e : kEffects) {
+        const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(s) + "/whole");
+        for (int e : Effects()) {
             const std::string row = std::string(EffectName(e)) + " " + SizeName(s);
             const double render = med(row + "/render");
             const double whole = med(row + "/whole");
-            printf("%-18s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
+            if (whole < 0 && render < 0) {
+                continue;
+            }
+            printf("%-22s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
                    Cell(med(row + "/expand"), 7, 2).c_str(),
                    Cell(med(row + "/upload"), 7, 2).c_str(), Cell(render, 7, 2).c_str(),
                    Cell(med(row + "/copy"), 7, 2).c_str(), Cell(med(row + "/parts"), 8, 2).c_str(),
                    Cell(whole, 8, 2).c_str(), Cell(floorMs, 8, 2).c_str(),
-                   Ratio(render, floorMs, 9).c_str(), Ratio(whole, floorMs, 9).c_str());
+                   Ratio(render, floorMs, 9).c_str(), Ratio(whole, floorMs, 9).c_str(),
+                   Ratio(whole, bloomMs, 9).c_str());
         }
     }
     const double floorMs = med("floor " + SizeName(kCaptureSize) + "/floor");
-    printf("\nCapture %s (GL floor %s ms)\n%-34s %8s %8s %13s %7s %8s %8s %9s\n",
+    printf("\nCapture %s (GL floor %s ms)\n%-40s %8s %8s %13s %7s %8s %8s %9s %9s\n",
            SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), "", "bringup", "fetch",
-           "gpu+blockcopy", "copy", "parts", "whole", "whole/x");
+           "gpu+blockcopy", "copy", "parts", "whole", "whole/x", "whole/B");
     for (const Size& tile : kPreviewSizes) {
-        for (int e : kEffects) {
+        const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(kCaptureSize) +
+                                   " /" + SizeName(tile) + "/whole");
+        for (int e : Effects()) {
             const std::string row =
                 std::string(EffectName(e)) + " " + SizeName(kCaptureSize) + " /" + SizeName(tile);
             const double whole = med(row + "/whole");
-            printf("%-34s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
+            if (whole < 0 && med(row + "/parts") < 0) {
+                continue;
+            }
+            printf("%-40s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
                    Cell(med(row + "/bringup"), 8, 1).c_str(),
                    Cell(med(row + "/fetch"), 8, 1).c_str(),
                    Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
                    Cell(med(row + "/copy"), 7, 1).c_str(), Cell(med(row + "/parts"), 8, 1).c_str(),
-                   Cell(whole, 8, 1).c_str(), Ratio(whole, floorMs, 9).c_str());
+                   Cell(whole, 8, 1).c_str(), Ratio(whole, floorMs, 9).c_str(),
+                   Ratio(whole, bloomMs, 9).c_str());
         }
     }
 }
