@@ -65,7 +65,11 @@ GEShader::GEShader(GELogTag& log)
       m_fCropH(1.0f),
       m_nRefWidth(0),
       m_nRefHeight(0),
-      m_nArg(0) {
+      m_nArg(0),
+      m_nRegionX(0),
+      m_nRegionY(0),
+      m_nRegionW(0),
+      m_nRegionH(0) {
     memset(m_fYTileTexCoord, 0, sizeof(m_fYTileTexCoord));
     memset(m_fUVTileTexCoord, 0, sizeof(m_fUVTileTexCoord));
     memset(m_fTileTexCoord, 0, sizeof(m_fTileTexCoord));
@@ -290,6 +294,10 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
         // Only an image narrower than its tile makes the tile pass the right
         // edge; the converter is then asked for what the image holds.
         const unsigned rw = x + w <= uW ? w : uW - x;
+        m_nRegionX = x;
+        m_nRegionY = y;
+        m_nRegionW = rw;
+        m_nRegionH = h;
         m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
                                   (int)x, (int)y, (int)rw, (int)h);
         ProcBlock(0, 0, W, H);
@@ -304,6 +312,56 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
         if (m_nTileY >= uH) {
             m_nTileX = 0;
             m_nTileY = 0;
+        }
+    }
+    m_nMaxRun = 0;
+    GE_LOGI(m_log, "[%s] leave", "ProcFrame");
+    return 1;
+}
+
+int GEShader::WalkMargins(unsigned char* out, int W, int H, unsigned margin) {
+    GE_LOGI(m_log, "[%s] enter", "ProcFrame");
+    if (!CaptureReady()) {
+        return 0;
+    }
+    const unsigned stride = m_pSrcTexture->GetStride();
+    const unsigned nProcH = m_pSrcTexture->GetHeight();
+    margin = (margin + 1) & ~1u;  // regions start on row and column pairs
+    if (W < 2 || H < 2 || 2 * margin + 2 > stride || 2 * margin + 2 > nProcH) {
+        GE_LOGE(m_log, "[%s] bad capture size %dx%d (tile %ux%u, overlap %u:%u)", "ProcFrame", W, H,
+                stride, nProcH, 2 * margin, 2 * margin);
+        return 0;
+    }
+    const unsigned uW = (unsigned)W;
+    const unsigned uH = (unsigned)H;
+    const unsigned stepX = (stride - 2 * margin) & ~1u;
+    const unsigned stepY = (nProcH - 2 * margin) & ~1u;
+    const float allocW = (float)m_pSrcTexture->GetAllocWidth();
+    m_nOverlapX = 0;
+    m_nOverlapY = 0;
+    m_nRun = 0;
+    m_nMaxRun = ((uW + stepX - 1) / stepX) * ((uH + stepY - 1) / stepY);
+    unsigned char* uv = out != nullptr ? out + (size_t)uW * uH : nullptr;
+    for (unsigned y = 0; y < uH; y += stepY) {
+        const unsigned h = y + stepY <= uH ? stepY : uH - y;
+        const unsigned ry0 = y >= margin ? y - margin : 0;
+        const unsigned ry1 = y + h + margin <= uH ? y + h + margin : uH;
+        for (unsigned x = 0; x < uW; x += stepX, ++m_nRun) {
+            const unsigned w = x + stepX <= uW ? stepX : uW - x;
+            const unsigned rx0 = x >= margin ? x - margin : 0;
+            const unsigned rx1 = x + w + margin <= uW ? x + w + margin : uW;
+            m_nRegionX = rx0;
+            m_nRegionY = ry0;
+            m_nRegionW = rx1 - rx0;
+            m_nRegionH = ry1 - ry0;
+            const float s0 = (float)(x - rx0) / allocW;
+            const float t0 = (float)(y - ry0) / (float)nProcH;
+            SetTile(x, y, w, h, uW, uH, s0, t0, s0 + (float)w / allocW,
+                    t0 + (float)h / (float)nProcH);
+            m_pConverter->convertRect(TileBuffer(), (int)stride, (int)nProcH, (int)rx0, (int)ry0,
+                                      (int)m_nRegionW, (int)m_nRegionH);
+            ProcBlock(0, 0, W, H);
+            BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
         }
     }
     m_nMaxRun = 0;

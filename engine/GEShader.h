@@ -128,6 +128,15 @@ protected:
         (void)W;
         (void)H;
     }
+    // The margin walk: tiles of the texture's stride less two margins
+    // across and its height less two margins down, row by row; each tile's
+    // region reaches `margin` pixels past the tile on every side where the
+    // picture goes on, so that an effect reading around each pixel (a blur)
+    // sees the same neighbours at a tile's border as inside it. The region
+    // is what the converter loads at the texture's origin (m_nRegion*);
+    // m_fTileTexCoord is the tile's part of the texture, and only the tile
+    // is copied out. A picture no larger than one tile is one tile.
+    int WalkMargins(unsigned char* out, int W, int H, unsigned margin);
     // The nested walk through the crop rectangle: rows, then columns, no
     // overlap; the last tile of a row is widened in place to a multiple of
     // 32. Every output pixel shows the crop's source pixel at the crop's
@@ -236,6 +245,10 @@ protected:
     // Kept current by the walks for ProcBlock (and by Init for preview).
     GLfloat m_fTileTexCoord[8];
     GLfloat m_fGlobalTexCoord[8];
+    // The part of the picture the texture holds for the current tile, at
+    // its origin: the tile itself in the run walk, the tile with its
+    // margins in the margin walk.
+    unsigned m_nRegionX, m_nRegionY, m_nRegionW, m_nRegionH;
 
 private:
     GEShader(const GEShader&) = delete;
