@@ -4,18 +4,9 @@
 
 namespace {
 
-#define EFFECT_VERTEX_HEAD             \
-    "attribute vec4 a_vertexCoord;\n"  \
-    "attribute vec2 a_textureCoord;\n" \
-    "varying vec2 v_texCoord;\n"
+const char kVertex[] = GLPROG_EFFECT_VERTEX;
 
-const char kVertex[] = EFFECT_VERTEX_HEAD
-    "void main() {\n"
-    "    gl_Position = a_vertexCoord;\n"
-    "    v_texCoord = a_textureCoord;\n"
-    "}\n";
-
-const char kLargeVertex[] = EFFECT_VERTEX_HEAD
+const char kLargeVertex[] = GLPROG_EFFECT_VERTEX_HEAD
     "attribute vec2 a_globalTexCoord;\n"
     "varying vec2 v_globalTexCoord;\n"
     "void main() {\n"
@@ -26,10 +17,12 @@ const char kLargeVertex[] = EFFECT_VERTEX_HEAD
 
 }  // namespace
 
-GLProgEffect::GLProgEffect(GELogTag& log) : m_log(log) {}
+GLProgEffect::GLProgEffect(GELogTag& log) : m_log(log), m_nInputs(1) {}
 
-int GLProgEffect::BuildProgram(const char* fs, bool bLarge) {
+int GLProgEffect::BuildProgram(const char* fs, bool bLarge, unsigned nInputs) {
+    m_nInputs = nInputs > 1 ? 2 : 1;
     if (!LoadQuad(m_log, bLarge ? kLargeVertex : kVertex, fs) ||
+        (m_nInputs > 1 && !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_INPUT_TEX_UV], "s_texture1")) ||
         !GLPROG_UNIFORM_LOC(m_nSamplerLoc[SAMPLER_MAT_YUV2RGB], "u_mat_yuv2rgb")) {
         return 0;
     }
@@ -47,5 +40,5 @@ int GLProgEffect::LoadProgram(const char* fs, bool bLarge) {
 }
 
 int GLProgEffect::Use() {
-    return UseInputTex();
+    return UseInputTex(m_nInputs);
 }

@@ -100,9 +100,8 @@ int GEShader::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsigned 
     if (!InitYUVConverter((int)w, (int)h, (int)w, (int)h)) {
         return 0;
     }
-    if (capture && m_nFence == 0) {
-        glGenFencesNV(1, &m_nFence);
-        GE_LOGI(s_log, "[%s] fence %u generated", "Init", (unsigned)m_nFence);
+    if (capture) {
+        CreateFence();
     }
     // The texture is allocated 32-aligned: only its left part is the picture.
     m_fCropX = 0.0f;
@@ -194,12 +193,27 @@ int GEShader::CaptureReady() {
     return 1;
 }
 
-unsigned char* GEShader::TileBuffer() {
-    if (!m_pSrcTexture->IsST()) {
+unsigned char* GEShader::TileBuffer(GLTexture* tex) {
+    if (!tex->IsST()) {
         GE_LOGE(m_log, "[%s] not ST", "GetDataBuf");
         return nullptr;
     }
-    return m_pSrcTexture->GetSTDataBuf();
+    return tex->GetSTDataBuf();
+}
+
+void GEShader::CreateFence() {
+    if (m_nFence == 0) {
+        glGenFencesNV(1, &m_nFence);
+        GE_LOGI(s_log, "[%s] fence %u generated", "Init", (unsigned)m_nFence);
+    }
+}
+
+float GEShader::LogScreenRatio() {
+    const unsigned w = m_pSrcTexture->GetWidth();
+    const unsigned h = m_pSrcTexture->GetHeight();
+    const float ratio = (float)w / (float)h;
+    GE_LOGI(m_log, "[%s] screen ratio = %u/%u = %f", "Init", w, h, (double)ratio);
+    return ratio;
 }
 
 void GEShader::SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H,
@@ -298,8 +312,8 @@ int GEShader::WalkRuns(unsigned char* out, int W, int H, unsigned overlapX, unsi
         m_nRegionY = y;
         m_nRegionW = rw;
         m_nRegionH = h;
-        m_pConverter->convertRect(TileBuffer(), (int)m_pSrcTexture->GetStride(), (int)nProcH,
-                                  (int)x, (int)y, (int)rw, (int)h);
+        m_pConverter->convertRect(TileBuffer(m_pSrcTexture), (int)m_pSrcTexture->GetStride(),
+                                  (int)nProcH, (int)x, (int)y, (int)rw, (int)h);
         ProcBlock(0, 0, W, H);
         BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
 
@@ -358,8 +372,8 @@ int GEShader::WalkMargins(unsigned char* out, int W, int H, unsigned margin) {
             const float t0 = (float)(y - ry0) / (float)nProcH;
             SetTile(x, y, w, h, uW, uH, s0, t0, s0 + (float)w / allocW,
                     t0 + (float)h / (float)nProcH);
-            m_pConverter->convertRect(TileBuffer(), (int)stride, (int)nProcH, (int)rx0, (int)ry0,
-                                      (int)m_nRegionW, (int)m_nRegionH);
+            m_pConverter->convertRect(TileBuffer(m_pSrcTexture), (int)stride, (int)nProcH, (int)rx0,
+                                      (int)ry0, (int)m_nRegionW, (int)m_nRegionH);
             ProcBlock(0, 0, W, H);
             BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
         }
@@ -481,8 +495,9 @@ int GEShader::WalkCropped(unsigned char* out, int W, int H) {
             const float t0 = (float)(rows.offset / nProcH);
             SetTile(x, y, w, h, uW, uH, s0, t0, s0 + (float)(cw * w / allocW),
                     t0 + (float)(ch * h / nProcH));
-            m_pConverter->convertRect(TileBuffer(), (int)stride, (int)nProcH, (int)cols.start,
-                                      (int)rows.start, (int)cols.len, (int)rows.len);
+            m_pConverter->convertRect(TileBuffer(m_pSrcTexture), (int)stride, (int)nProcH,
+                                      (int)cols.start, (int)rows.start, (int)cols.len,
+                                      (int)rows.len);
             ProcBlock(0, 0, W, H);
             BlockCopyYUV(out, uv, W, H, (int)x, (int)y, (int)w, (int)h);
             w = rw;
@@ -557,14 +572,18 @@ int GEShader::ProcPreview(const GLProgram* prog, unsigned a, unsigned b, int c, 
     return 1;
 }
 
-int GEShader::RenderBlock(GLProgram* prog, const GLfloat* texCoord) {
+int GEShader::RenderBlock(GLProgram* prog, const GLfloat* texCoord, int convW, int convH) {
     m_pDstFbo->Bind();
     glViewport((GLint)m_nRenderX, (GLint)m_nRenderY, (GLsizei)m_nRenderW, (GLsizei)m_nRenderH);
     prog->Use();
     prog->SetVertexCoord(g_nQuadPosSize, g_fQuadPos);
     prog->SetTextureCoord(g_nQuadTexCoordSize, texCoord);
     prog->Draw();
-    ConvertYUV(0, 0, (int)m_pSrcTexture->GetWidth(), (int)m_pSrcTexture->GetHeight());
+    if (convW == 0 || convH == 0) {
+        convW = (int)m_pSrcTexture->GetWidth();
+        convH = (int)m_pSrcTexture->GetHeight();
+    }
+    ConvertYUV(0, 0, convW, convH);
     glFlush();
     glFinish();
     return 1;

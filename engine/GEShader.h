@@ -187,9 +187,9 @@ protected:
     // A single-pass ProcBlock: binds m_pDstFbo, sets the viewport to the
     // render rectangle, uses `prog`, draws the quad with the texture
     // coordinates `texCoord` (eight floats, the quad's vertex order),
-    // converts the result to YUV over the source texture's size, then
-    // glFlush and glFinish. 1.
-    int RenderBlock(GLProgram* prog, const GLfloat* texCoord);
+    // converts the result to YUV over convW x convH (0 x 0: the source
+    // texture's size), then glFlush and glFinish. 1.
+    int RenderBlock(GLProgram* prog, const GLfloat* texCoord, int convW = 0, int convH = 0);
     // The SetParam of an effect without parameters: 1 once initialised,
     // else "[SetParam] effect not initialized" and 0.
     int SetNoParam();
@@ -206,6 +206,28 @@ protected:
         GE_LOGI(m_log, "[%s] leave", "Deinit");
         return 1;
     }
+
+    // For effects that walk a capture their own way (their own tile
+    // texture, their own tile sizes):
+    //
+    // The refusals common to the capture walks, logged under the effect's
+    // tag with "ProcFrame": not initialised, not in capture mode, no
+    // converter, no source texture. 1 when the capture may go on.
+    int CaptureReady();
+    // The buffer the converter fills with a tile: `tex`'s CPU address, null
+    // ("[GetDataBuf] not ST") when it is not a streaming texture.
+    unsigned char* TileBuffer(GLTexture* tex);
+    // The tile (x, y, w, h) of a W x H capture becomes the current one: the
+    // tile and render fields, m_fTileTexCoord with (s0, t0) - (s1, t1) the
+    // tile's part of the source texture, and m_fGlobalTexCoord.
+    void SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H, float s0,
+                 float t0, float s1, float t1);
+    // The capture fence, made once: "[Init] fence %u generated" (tag
+    // "GEShader"). GEShader::Deinit deletes it.
+    void CreateFence();
+    // Logs "[Init] screen ratio = %u/%u = %f" for the source texture and
+    // returns that ratio (width / height).
+    float LogScreenRatio();
 
     GELogTag& m_log;  // the effect's own tag
 
@@ -253,18 +275,6 @@ protected:
 private:
     GEShader(const GEShader&) = delete;
     GEShader& operator=(const GEShader&) = delete;
-
-    // The refusals common to the capture walks, logged under the effect's
-    // tag with "ProcFrame". 1 when the capture may go on.
-    int CaptureReady();
-    // The buffer the converter fills with a tile: the source texture's CPU
-    // address, null ("[GetDataBuf] not ST") when it is not a streaming one.
-    unsigned char* TileBuffer();
-    // The tile (x, y, w, h) of a W x H capture becomes the current one: the
-    // tile and render fields, m_fTileTexCoord with (s0, t0) - (s1, t1) the
-    // tile's part of the source texture, and m_fGlobalTexCoord.
-    void SetTile(unsigned x, unsigned y, unsigned w, unsigned h, unsigned W, unsigned H, float s0,
-                 float t0, float s1, float t1);
 };
 
 #endif

@@ -264,7 +264,8 @@ int GLTexture::Bind() {
     return (int)CheckGLError("Bind", "glBindTexture");
 }
 
-int GLTexture::UpdateNormalTexture(const void* pixels, unsigned width, unsigned height) {
+int GLTexture::UpdateNormalTexture(const void* pixels, unsigned width, unsigned height,
+                                   bool bPackedRows) {
     GE_LOGI(s_log, "[%s] enter", "UpdateNormalTexture");
     if (m_bST) {
         GE_LOGE(s_log, "[%s] ERROR, only normal texture use this method\n", "UpdateNormalTexture");
@@ -281,10 +282,19 @@ int GLTexture::UpdateNormalTexture(const void* pixels, unsigned width, unsigned 
         GE_LOGE(s_log, "[%s] ERROR, can't bind texture\n", "UpdateNormalTexture");
         return 0;
     }
+    GLint alignment = 4;
+    if (bPackedRows) {
+        glGetIntegerv(GL_UNPACK_ALIGNMENT, &alignment);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+    }
     glTexImage2D(m_nTarget, 0, (GLint)m_nFormat, (GLsizei)width, (GLsizei)height, 0, m_nFormat,
                  m_nType, pixels);
+    const int ok = (int)CheckGLError("GLTexture::UpdateNormalTexture", "glTexImage2D");
+    if (bPackedRows) {
+        glPixelStorei(GL_UNPACK_ALIGNMENT, alignment);
+    }
     GE_LOGI(s_log, "[%s] leave", "UpdateNormalTexture");
-    return (int)CheckGLError("GLTexture::UpdateNormalTexture", "glTexImage2D");
+    return ok;
 }
 
 int GLTexture::SetParameteri(unsigned pname, int param) {
@@ -309,9 +319,13 @@ unsigned char* GLTexture::GetSTDataBuf() const {
 
 int GLTexture::clean_buffer() {
     // Only a texture that allocated its own graphics buffer has one to clean.
+    return CleanBuffer(m_spGraphicBuffer);
+}
+
+int GLTexture::CleanBuffer(const android::sp<android::GraphicBuffer>& buffer) {
     const private_handle_t* handle = nullptr;
-    if (m_spGraphicBuffer != nullptr) {
-        handle = reinterpret_cast<const private_handle_t*>(m_spGraphicBuffer->handle);
+    if (buffer != nullptr) {
+        handle = reinterpret_cast<const private_handle_t*>(buffer->handle);
     }
     int result = -1;
     if (handle != nullptr) {

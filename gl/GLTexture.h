@@ -40,8 +40,12 @@ public:
 
     // glBindTexture(target, name); the result of its error check.
     int Bind();
-    // Re-specifies a normal texture's whole image from `pixels`. 1 / 0.
-    int UpdateNormalTexture(const void* pixels, unsigned width, unsigned height);
+    // Re-specifies a normal texture's whole image from `pixels`. Rows are
+    // read at GL's default alignment of 4 bytes, unless bPackedRows says
+    // that they follow each other without padding (a camera plane of any
+    // width); the alignment is restored after. 1 / 0.
+    int UpdateNormalTexture(const void* pixels, unsigned width, unsigned height,
+                            bool bPackedRows = false);
     // glTexParameteri on whatever texture is bound to this texture's target.
     int SetParameteri(unsigned pname, int param);
 
@@ -52,6 +56,8 @@ public:
     // Cleans the CPU cache over an ST's graphics buffer, so that CPU writes
     // reach the GPU and GPU writes reach the CPU. 1 / 0.
     int clean_buffer();
+    // The same clean for any graphics buffer. 1 / 0.
+    static int CleanBuffer(const android::sp<android::GraphicBuffer>& buffer);
 
     // BMP files (GLBmp.cpp). LoadBMP creates the texture with Init and fills
     // it; a streaming texture is filled through its CPU address, so call
