@@ -170,20 +170,21 @@ bool ParseCurvePoints(const std::string& text, std::vector<CurvePoint>* pPoints,
     return true;
 }
 
-std::string FormatNumber(double v, int nDecimals) {
+std::string FormatNumber(double v) {
     char buf[64];
-    snprintf(buf, sizeof(buf), "%.*f", nDecimals, v);
-    std::string s = buf;
-    while (s.find('.') != std::string::npos && (s.back() == '0' || s.back() == '.')) {
-        s.pop_back();
+    for (int nDigits = 1; nDigits <= 17; ++nDigits) {
+        snprintf(buf, sizeof(buf), "%.*g", nDigits, v == 0 ? 0.0 : v);
+        if (strtod(buf, nullptr) == v) {
+            break;
+        }
     }
-    return s == "-0" ? "0" : s;
+    return buf;
 }
 
 std::string FormatCurvePoints(const std::vector<CurvePoint>& points) {
     std::string s;
     for (const CurvePoint& p : points) {
-        s += (s.empty() ? "" : " ") + FormatNumber(p.m_dIn, 2) + "," + FormatNumber(p.m_dOut, 2);
+        s += (s.empty() ? "" : " ") + FormatNumber(p.m_dIn) + "," + FormatNumber(p.m_dOut);
     }
     return s;
 }

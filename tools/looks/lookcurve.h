@@ -58,11 +58,11 @@ struct CurveSet {
 // Points from text "in,out in,out ..." (blank separated pairs). False with a
 // message naming the bad pair.
 bool ParseCurvePoints(const std::string& text, std::vector<CurvePoint>* pPoints, std::string* pErr);
-// The points as that text, with at most two decimals.
+// The points as that text; it reads back to the same points.
 std::string FormatCurvePoints(const std::vector<CurvePoint>& points);
 
-// v with at most nDecimals decimals, trailing zeros dropped.
-std::string FormatNumber(double v, int nDecimals);
+// The shortest decimal text that reads back as exactly v.
+std::string FormatNumber(double v);
 // A whole decimal number (strtod syntax, finite), nothing around it.
 bool ParseNumber(const std::string& text, double* pd);
 

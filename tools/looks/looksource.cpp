@@ -63,8 +63,8 @@ private:
             return Fail(nLine, "'" + w[i] + "' is not a number");
         }
         if (*pd < lo || *pd > hi) {
-            return Fail(nLine, w[0] + " " + w[i] + " is outside " + FormatNumber(lo, 4) + " to " +
-                                   FormatNumber(hi, 4));
+            return Fail(nLine, w[0] + " " + w[i] + " is outside " + FormatNumber(lo) + " to " +
+                                   FormatNumber(hi));
         }
         return true;
     }
@@ -435,7 +435,7 @@ bool LookRampHeightOk(const std::vector<double>& rows, int nHeight, std::string*
         LookRowsReadAt(rows[k], nHeight, &lo, &hi);
         for (int y = lo; y <= hi; ++y) {
             if (NearestRow(rows, y, nHeight) != k) {
-                *pErr = "row " + FormatNumber(rows[k], 4) + " is not read pure at height " +
+                *pErr = "row " + FormatNumber(rows[k]) + " is not read pure at height " +
                         std::to_string(nHeight) + " (image row " + std::to_string(y) +
                         " belongs to another)";
                 return false;
@@ -535,7 +535,7 @@ void FormatSet(const CurveSet& set, const std::string& indent, std::string* pOut
 }
 
 std::string Colour(const double* pad) {
-    return FormatNumber(pad[0], 2) + " " + FormatNumber(pad[1], 2) + " " + FormatNumber(pad[2], 2);
+    return FormatNumber(pad[0]) + " " + FormatNumber(pad[1]) + " " + FormatNumber(pad[2]);
 }
 
 }  // namespace
@@ -556,36 +556,35 @@ std::string FormatLookSource(const LookSource& s, const std::string& comment) {
         case kLookRamp:
             out += std::string("interp ") + CurveInterpName(s.m_eInterp) + "\n";
             if (s.m_dAxisPower != 1) {
-                out += "axis-power " + FormatNumber(s.m_dAxisPower, 4) + "\n";
+                out += "axis-power " + FormatNumber(s.m_dAxisPower) + "\n";
             }
             if (s.m_eKind == kLookCurve) {
                 FormatSet(s.m_curves, "", &out);
             }
             for (const LookRow& r : s.m_vRows) {
-                out += "row " + FormatNumber(r.m_dT, 4) + "\n";
+                out += "row " + FormatNumber(r.m_dT) + "\n";
                 FormatSet(r.m_curves, "    ", &out);
             }
             break;
         case kLookVignette:
             if (s.m_dAspect > 0) {
-                out += "aspect " + FormatNumber(s.m_dAspect, 4) + "\n";
+                out += "aspect " + FormatNumber(s.m_dAspect) + "\n";
             }
-            out += "center " + FormatNumber(s.m_adCenter[0], 4) + " " +
-                   FormatNumber(s.m_adCenter[1], 4) + "\nradius " + FormatNumber(s.m_dRadius, 4) +
-                   "\nsoftness " + FormatNumber(s.m_dSoftness, 4) + "\nstrength " +
-                   FormatNumber(s.m_dStrength, 4) + "\nroundness " +
-                   FormatNumber(s.m_dRoundness, 4) + "\n";
+            out += "center " + FormatNumber(s.m_adCenter[0]) + " " + FormatNumber(s.m_adCenter[1]) +
+                   "\nradius " + FormatNumber(s.m_dRadius) + "\nsoftness " +
+                   FormatNumber(s.m_dSoftness) + "\nstrength " + FormatNumber(s.m_dStrength) +
+                   "\nroundness " + FormatNumber(s.m_dRoundness) + "\n";
             break;
         case kLookDots:
             out += std::string("shape ") + kShapeNames[s.m_eShape] + "\nradius " +
-                   FormatNumber(s.m_dRadius, 4) + "\nsoftness " + FormatNumber(s.m_dSoftness, 4) +
+                   FormatNumber(s.m_dRadius) + "\nsoftness " + FormatNumber(s.m_dSoftness) +
                    "\nink " + Colour(s.m_adInk) + "\npaper " + Colour(s.m_adPaper) + "\n";
             break;
         case kLookGradient:
-            out += "angle " + FormatNumber(s.m_dAngle, 4) + "\nblend " +
+            out += "angle " + FormatNumber(s.m_dAngle) + "\nblend " +
                    (s.m_bSmooth ? "smooth" : "linear") + "\n";
             for (const GradientStop& st : s.m_vStops) {
-                out += "stop " + FormatNumber(st.m_dAt, 4) + " " + Colour(st.m_adColour) + "\n";
+                out += "stop " + FormatNumber(st.m_dAt) + " " + Colour(st.m_adColour) + "\n";
             }
             break;
     }
