@@ -11,6 +11,7 @@
 #include "contact.h"
 #include "harness.h"
 #include "imageio.h"
+#include "looksroot.h"
 #include "yuv.h"
 
 namespace {
@@ -174,8 +175,18 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
     } else if (bAll && !getenv("POSTEFFECT_LOG")) {
         setenv("POSTEFFECT_LOG", "*=0x00", 1);
     }
-    PostEffectLibrary lib;
+    // The plug-in resolves its device paths when it opens a file, so the
+    // root only has to be in place before the first effect comes up.
+    LooksRoot looks;
     std::string msg;
+    if (!opts.m_strLooks.empty()) {
+        const char* root = getenv("POSTEFFECT_ROOT");
+        if (!looks.Make(opts.m_strLooks, root && root[0] ? root : opts.m_strDefaultRoot, &msg)) {
+            fprintf(err, "posteffect: %s\n", msg.c_str());
+            return 1;
+        }
+    }
+    PostEffectLibrary lib;
     const std::string libPath = opts.m_strLib.empty() ? defaultLib : opts.m_strLib;
     if (!lib.Open(libPath, &msg)) {
         fprintf(err, "posteffect: %s\n", msg.c_str());

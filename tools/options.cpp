@@ -205,6 +205,8 @@ std::string ToolUsage() {
            "  --contact          write posteffect-contact.png (default when no --effect)\n"
            "  --no-contact       do not write it\n"
            "  --lib PATH         the plug-in library (default: the one built with this tool)\n"
+           "  --looks DIR        look-up images (.bmp by their names) to use in place of\n"
+           "                     the built ones; the others stay as they are\n"
            "  --log MASKS        the library's log masks (POSTEFFECT_LOG, e.g. '*=0x16');\n"
            "                     by default errors, or nothing when every effect runs\n"
            "                     (effects that do not exist would each log one)\n"
@@ -230,9 +232,9 @@ bool ParseSizeIn(const std::string& v, int nWidthStep, int nMinWidth, int nMinHe
 
 bool TakesValue(const std::string& arg) {
     static const char* const kValueOptions[] = {
-        "--effect", "--nv21",        "--preview",     "--capture", "--param0",
-        "--param1", "--params",      "--frames",      "--crop",    "--out",
-        "--format", "--preview-out", "--capture-out", "--lib",     "--log"};
+        "--effect",      "--nv21",   "--preview", "--capture", "--param0", "--param1",
+        "--params",      "--frames", "--crop",    "--out",     "--format", "--preview-out",
+        "--capture-out", "--lib",    "--log",     "--looks"};
     for (const char* sz : kValueOptions) {
         if (arg == sz) {
             return true;
@@ -324,6 +326,8 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
             o.m_strLib = v;
         } else if (arg == "--log") {
             o.m_strLog = v;
+        } else if (arg == "--looks") {
+            o.m_strLooks = v;
         } else if (!arg.empty() && arg[0] == '-') {
             return fail("unknown option " + arg);
         } else if (bHaveInput) {

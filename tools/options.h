@@ -49,8 +49,13 @@ struct ToolOptions {
     bool m_bRaw = false;              // also write the raw NV21 results
     int m_nContact = -1;              // -1: when every effect runs; 0 no; 1 yes
     bool m_bNoCapture = false;
-    std::string m_strLib;  // empty: the built library
-    std::string m_strLog;  // POSTEFFECT_LOG for the library; empty: see --log
+    std::string m_strLib;    // empty: the built library
+    std::string m_strLog;    // POSTEFFECT_LOG for the library; empty: see --log
+    std::string m_strLooks;  // a folder of look-up images to use; empty: the root's own
+    // Not from the command line: the host root the library uses when
+    // POSTEFFECT_ROOT is not set (where --looks finds the images it does not
+    // replace).
+    std::string m_strDefaultRoot;
 };
 
 enum ParseStatus { kParseOk, kParseHelp, kParseError };

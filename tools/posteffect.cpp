@@ -1,12 +1,34 @@
 // posteffect: stands in for the camera service. Loads libposteffect.so, feeds
 // it preview frames and a capture made from a picture, and writes what the
 // effects made of them. See ToolUsage() (posteffect --help).
+#include <limits.h>
 #include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
 #include "app.h"
 #include "options.h"
+
+namespace {
+
+// A path next to an installed tool (PREFIX/bin/posteffect): PREFIX/rel when
+// it exists, else empty.
+std::string Installed(const char* rel) {
+    char exe[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", exe, sizeof(exe) - 1);
+    if (n <= 0) {
+        return std::string();
+    }
+    std::string path(exe, size_t(n));
+    path = path.substr(0, path.rfind('/')) + "/../" + rel;
+    struct stat st;
+    return stat(path.c_str(), &st) == 0 ? path : std::string();
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     ToolOptions opts;
@@ -21,5 +43,15 @@ int main(int argc, char** argv) {
         case kParseOk:
             break;
     }
-    return RunTool(opts, POSTEFFECT_DEFAULT_IMAGE, POSTEFFECT_LIBRARY, stdout, stderr);
+    // Installed, the tool uses the library and look-up images installed with
+    // it; in the build tree, the built ones.
+    std::string lib = Installed("lib/libposteffect.so");
+    const std::string looks = Installed("share/posteffect/media/GPU");
+    const char* root = getenv("POSTEFFECT_ROOT");
+    if (opts.m_strLooks.empty() && !looks.empty() && !(root && root[0])) {
+        opts.m_strLooks = looks;
+    }
+    opts.m_strDefaultRoot = POSTEFFECT_HOST_ROOT;
+    return RunTool(opts, POSTEFFECT_DEFAULT_IMAGE, lib.empty() ? POSTEFFECT_LIBRARY : lib, stdout,
+                   stderr);
 }
