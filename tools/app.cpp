@@ -36,11 +36,6 @@ std::string BaseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::string Label(const EffectInfo& e) {
-    return (e.m_nNumber == 0 ? std::string("none") : std::string(e.m_szName)) + " (" +
-           std::to_string(e.m_nNumber) + ")";
-}
-
 std::string Ms(double ms) {
     if (ms < 0) {
         return "-";
@@ -198,23 +193,16 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
         return 1;
     }
 
-    std::vector<int> effects;
-    if (bAll) {
-        for (int n = 1; n < int(EffectTable().size()); ++n) {
-            effects.push_back(n);
-        }
-    } else {
-        effects = opts.m_vEffects;
-    }
-    const bool bContact = opts.m_nContact == 1 || (opts.m_nContact < 0 && bAll);
-    const bool bFiles = !bAll;
+    const std::vector<ToolRun> plan = PlanRuns(opts);
+    const bool bContact = opts.m_nContact == 1 || (opts.m_nContact < 0 && (bAll || opts.m_bSweep));
+    const bool bFiles = !bAll && !opts.m_bSweep;
 
     fprintf(out, "posteffect: %s (%dx%d), preview %dx%d x %d frames, capture %s\n",
             BaseName(input).c_str(), scene.rgb.m_nWidth, scene.rgb.m_nHeight, opts.m_nPreviewWidth,
             opts.m_nPreviewHeight, opts.m_nFrames,
             opts.m_bNoCapture ? "none"
                               : SizeText(scene.capture.m_nWidth, scene.capture.m_nHeight).c_str());
-    fprintf(out, "%-24s %13s %13s %13s\n", "effect", "first frame", "per frame", "capture");
+    fprintf(out, "%-32s %13s %13s %13s\n", "effect", "first frame", "per frame", "capture");
 
     std::vector<ContactCell> cells;
     if (bContact) {
@@ -223,17 +211,22 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
     }
 
     // The pass-through of effect 0 first, for the baseline of the table.
-    std::vector<int> runs = effects;
-    if (std::find(runs.begin(), runs.end(), 0) == runs.end()) {
-        runs.insert(runs.begin(), 0);
+    std::vector<ToolRun> runs = plan;
+    bool bZero = false;
+    for (const ToolRun& r : plan) {
+        bZero = bZero || r.m_nEffect == 0;
+    }
+    if (!bZero) {
+        const EffectInfo& none = EffectTable()[0];
+        runs.insert(runs.begin(), {0, CameraParameterString(opts, none), "none (0)", "none"});
     }
     int nRan = 0;
     int nFailed = 0;
-    for (int n : runs) {
-        const EffectInfo& effect = EffectTable()[size_t(n)];
-        const bool bAsked = std::find(effects.begin(), effects.end(), n) != effects.end();
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const ToolRun& run = runs[i];
+        const bool bAsked = bZero || i > 0;
         RunConfig config;
-        config.m_strParams = CameraParameterString(opts, effect);
+        config.m_strParams = run.m_strParams;
         config.m_pPreview = &scene.preview;
         config.m_pCapture = opts.m_bNoCapture ? nullptr : &scene.capture;
         config.m_nFrames = opts.m_nFrames;
@@ -241,16 +234,16 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
         memcpy(config.m_anCrop, opts.m_anCrop, sizeof(config.m_anCrop));
         RunResult result;
         if (!RunEffect(lib, config, &result, &msg)) {
-            fprintf(err, "posteffect: %s: %s\n", Label(effect).c_str(), msg.c_str());
+            fprintf(err, "posteffect: %s: %s\n", run.m_strLabel.c_str(), msg.c_str());
             return 1;
         }
         if (!result.m_bRan) {
-            fprintf(out, "%-24s skipped: %s\n", Label(effect).c_str(), result.m_strNote.c_str());
+            fprintf(out, "%-32s skipped: %s\n", run.m_strLabel.c_str(), result.m_strNote.c_str());
             nFailed += bAsked && !bAll ? 1 : 0;
             fflush(out);
             continue;
         }
-        fprintf(out, "%-24s %13s %13s %13s%s%s\n", Label(effect).c_str(),
+        fprintf(out, "%-32s %13s %13s %13s%s%s\n", run.m_strLabel.c_str(),
                 Ms(result.m_dFirstPreviewMs).c_str(), Ms(result.m_dPreviewMeanMs).c_str(),
                 Ms(result.m_dCaptureMs).c_str(),
                 result.m_strNote.empty() ? "" : "  note: ", result.m_strNote.c_str());
@@ -263,16 +256,19 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
             ++nFailed;
         }
         const bool bCapture = !opts.m_bNoCapture && !result.m_capture.m_vData.empty();
-        const std::string slug = EffectSlug(effect);
-        if (bFiles && !(WriteResult(opts, slug, "preview", result.m_preview, opts.m_strPreviewOut,
-                                    out, err) &&
-                        (!bCapture || WriteResult(opts, slug, "capture", result.m_capture,
+        if (bFiles && !(WriteResult(opts, run.m_strSlug, "preview", result.m_preview,
+                                    opts.m_strPreviewOut, out, err) &&
+                        (!bCapture || WriteResult(opts, run.m_strSlug, "capture", result.m_capture,
                                                   opts.m_strCaptureOut, out, err)))) {
             return 1;
         }
         if (bContact) {
-            cells.push_back(
-                Cell(Label(effect), result.m_preview, bCapture ? &result.m_capture : nullptr));
+            // The cell's label carries its row of the timing table.
+            std::string label = run.m_strLabel + "  " + Ms(result.m_dPreviewMeanMs) + "/frame";
+            if (bCapture) {
+                label += ", " + Ms(result.m_dCaptureMs) + "/capture";
+            }
+            cells.push_back(Cell(label, result.m_preview, bCapture ? &result.m_capture : nullptr));
         }
     }
     if (bContact) {
@@ -289,7 +285,7 @@ int RunTool(const ToolOptions& opts, const std::string& defaultImage, const std:
             fprintf(err, "posteffect: %s\n", msg.c_str());
             return 1;
         }
-        fprintf(out, "wrote %s (%d effect%s)\n", path.c_str(), nRan, nRan == 1 ? "" : "s");
+        fprintf(out, "wrote %s (%d cell%s)\n", path.c_str(), nRan, nRan == 1 ? "" : "s");
     }
     if (bAll) {
         if (nRan == 0) {

@@ -177,6 +177,115 @@ std::string CameraParameterString(const ToolOptions& opts, const EffectInfo& eff
     return s;
 }
 
+namespace {
+
+// "a,b,c,d".
+std::string FourInts(const int an[4]) {
+    return std::to_string(an[0]) + "," + std::to_string(an[1]) + "," + std::to_string(an[2]) + "," +
+           std::to_string(an[3]);
+}
+
+// Parameters that show an effect at its best on a whole preview: the plug-in
+// maps group 1's first word from a 1920-wide screen to the preview, the
+// others come as they are (preview pixels).
+void ShowcaseParams(int effect, const ToolOptions& opts, int g0[4], int g1[4]) {
+    const int w = opts.m_nPreviewWidth, h = opts.m_nPreviewHeight;
+    const int screenX = 1920 / 2;  // the preview's middle, in screen pixels
+    for (int i = 0; i < 4; ++i) {
+        g0[i] = g1[i] = 0;
+    }
+    switch (effect) {
+        case 2:  // a sharp circle a third of the width across in the middle
+            g0[0] = 80;
+            g1[0] = screenX, g1[1] = h / 2, g1[2] = w / 2 + w / 6, g1[3] = h / 2;
+            break;
+        case 3:  // bent outwards about the middle
+            g0[0] = 100;
+            g1[0] = screenX, g1[1] = h / 2;
+            break;
+        case 4:  // a soft circle a third of the width across
+            g0[0] = 40;
+            g1[0] = screenX, g1[1] = h / 2, g1[2] = w / 2 + w / 3, g1[3] = h / 2;
+            break;
+        case 5:
+            g0[0] = 50;
+            break;
+        case 7:  // a sharp band across the middle
+            g0[0] = 80;
+            g1[0] = screenX, g1[1] = h / 2, g1[2] = w / 2, g1[3] = h / 2 + h / 3;
+            break;
+        case 15:
+            g0[0] = 50;
+            break;
+    }
+}
+
+}  // namespace
+
+std::vector<ToolRun> PlanRuns(const ToolOptions& opts) {
+    static const char* const kLooks[4] = {"cross", "cold", "warm", "sepia"};
+    std::vector<int> effects = opts.m_vEffects;
+    const bool bAll = effects.empty();
+    if (bAll) {
+        for (int n = 1; n < int(EffectTable().size()); ++n) {
+            effects.push_back(n);
+        }
+    }
+    std::vector<ToolRun> runs;
+    for (int n : effects) {
+        const EffectInfo& e = EffectTable()[size_t(n)];
+        const std::string name = n == 0 ? std::string("none") : std::string(e.m_szName);
+        const std::string number = " (" + std::to_string(n) + ")";
+        int g0[4], g1[4];
+        ShowcaseParams(n, opts, g0, g1);
+        const bool bGiven = opts.m_bParams || opts.m_bParam0 || opts.m_bParam1;
+        auto params = [&](const int* p0, const int* p1) {
+            if (opts.m_bParams) {
+                return CameraParameterString(opts, e);
+            }
+            ToolOptions o = opts;
+            o.m_bParam0 = o.m_bParam1 = true;
+            o.m_strParam0 = opts.m_bParam0 ? opts.m_strParam0 : FourInts(p0);
+            o.m_strParam1 = opts.m_bParam1 ? opts.m_strParam1 : FourInts(p1);
+            return CameraParameterString(o, e);
+        };
+        if (opts.m_bSweep) {
+            if (opts.m_bParam0) {
+                ParseFourInts(opts.m_strParam0, g0);
+            }
+            if (opts.m_bParam1) {
+                ParseFourInts(opts.m_strParam1, g1);
+            }
+            for (int v = opts.m_nSweepFrom; v <= opts.m_nSweepTo; v += opts.m_nSweepStep) {
+                (opts.m_nSweepGroup == 0 ? g0 : g1)[opts.m_nSweepWord] = v;
+                ToolOptions o = opts;
+                o.m_bParam0 = o.m_bParam1 = true;
+                o.m_bParams = false;
+                o.m_strParam0 = FourInts(g0);
+                o.m_strParam1 = FourInts(g1);
+                const std::string what =
+                    "param" + std::to_string(opts.m_nSweepGroup) +
+                    (opts.m_nSweepWord ? "." + std::to_string(opts.m_nSweepWord) : std::string()) +
+                    "=" + std::to_string(v);
+                runs.push_back({n, CameraParameterString(o, e), name + " " + what + number,
+                                EffectSlug(e) + "-" + what});
+                if (opts.m_nSweepStep <= 0) {
+                    break;
+                }
+            }
+        } else if (n == 1 && bAll && !bGiven) {
+            for (int look = 0; look < 4; ++look) {
+                g0[0] = look;
+                runs.push_back({n, params(g0, g1), name + " " + kLooks[look] + number,
+                                EffectSlug(e) + "-" + kLooks[look]});
+            }
+        } else {
+            runs.push_back({n, params(g0, g1), name + number, EffectSlug(e)});
+        }
+    }
+    return runs;
+}
+
 std::string ToolUsage() {
     return "usage: posteffect [options] [IMAGE]\n"
            "\n"
@@ -191,8 +300,11 @@ std::string ToolUsage() {
            "  --param1 a,b,c,d   parameter group 1 (\"GE-param1\")\n"
            "  --params STRING    raw camera parameters \"key=value;...\" (instead of\n"
            "                     --param0/--param1; \"GPU-effect\" is added if missing)\n"
+           "  --sweep paramG[.W]=FROM:TO:STEP\n"
+           "                     one run per value of word W (0-3, default 0) of group G,\n"
+           "                     a contact-sheet cell each, labelled with the value\n"
            "  --nv21 WxH         IMAGE is raw NV21 of this size\n"
-           "  --preview WxH      preview size (default 1280x720; width a multiple of 16)\n"
+           "  --preview WxH      preview size (default 1280x720; width a multiple of 4)\n"
            "  --capture WxH      capture size (default: the image's own, made even)\n"
            "  --no-capture       preview only\n"
            "  --frames N         preview frames per effect (default 5)\n"
@@ -230,11 +342,37 @@ bool ParseSizeIn(const std::string& v, int nWidthStep, int nMinWidth, int nMinHe
            *pnHeight <= nMax;
 }
 
+// "paramG[.W]=FROM:TO:STEP".
+bool ParseSweep(const std::string& v, ToolOptions* o) {
+    const size_t eq = v.find('=');
+    if (eq == std::string::npos || v.compare(0, 5, "param") != 0) {
+        return false;
+    }
+    const std::string key = v.substr(5, eq - 5);
+    const std::vector<std::string> range = Split(v.substr(eq + 1), ':');
+    if ((key.size() != 1 && !(key.size() == 3 && key[1] == '.')) || range.size() != 3 ||
+        (key[0] != '0' && key[0] != '1') || (key.size() == 3 && (key[2] < '0' || key[2] > '3'))) {
+        return false;
+    }
+    int from, to, step;
+    if (!ParseInt(range[0], &from) || !ParseInt(range[1], &to) || !ParseInt(range[2], &step) ||
+        from > to || step <= 0 || ((long long)to - from) / step >= 64) {
+        return false;
+    }
+    o->m_bSweep = true;
+    o->m_nSweepGroup = key[0] - '0';
+    o->m_nSweepWord = key.size() == 3 ? key[2] - '0' : 0;
+    o->m_nSweepFrom = from;
+    o->m_nSweepTo = to;
+    o->m_nSweepStep = step;
+    return true;
+}
+
 bool TakesValue(const std::string& arg) {
     static const char* const kValueOptions[] = {
         "--effect",      "--nv21",   "--preview", "--capture", "--param0", "--param1",
         "--params",      "--frames", "--crop",    "--out",     "--format", "--preview-out",
-        "--capture-out", "--lib",    "--log",     "--looks"};
+        "--capture-out", "--lib",    "--log",     "--looks",   "--sweep"};
     for (const char* sz : kValueOptions) {
         if (arg == sz) {
             return true;
@@ -284,9 +422,9 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
             }
             o.m_bNv21 = true;
         } else if (arg == "--preview") {
-            if (!ParseSizeIn(v, 16, 32, 32, 8192, &o.m_nPreviewWidth, &o.m_nPreviewHeight)) {
+            if (!ParseSizeIn(v, 4, 32, 32, 8192, &o.m_nPreviewWidth, &o.m_nPreviewHeight)) {
                 return fail(
-                    "--preview needs WxH with the width a multiple of 16, the height even, both "
+                    "--preview needs WxH with the width a multiple of 4, the height even, both "
                     "32 to 8192");
             }
         } else if (arg == "--capture") {
@@ -328,6 +466,12 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
             o.m_strLog = v;
         } else if (arg == "--looks") {
             o.m_strLooks = v;
+        } else if (arg == "--sweep") {
+            if (!ParseSweep(v, &o)) {
+                return fail(
+                    "--sweep needs paramG[.W]=FROM:TO:STEP with G 0 or 1, W 0 to 3, FROM <= TO, "
+                    "STEP > 0 and at most 64 values");
+            }
         } else if (!arg.empty() && arg[0] == '-') {
             return fail("unknown option " + arg);
         } else if (bHaveInput) {
@@ -356,8 +500,12 @@ ParseStatus ParseToolOptions(int argc, char** argv, ToolOptions* pOpts, std::str
             o.m_vEffects.assign(1, e->m_nNumber);
         }
     }
-    if ((!o.m_strPreviewOut.empty() || !o.m_strCaptureOut.empty()) && o.m_vEffects.size() != 1) {
-        return fail("--preview-out and --capture-out need exactly one effect");
+    if ((!o.m_strPreviewOut.empty() || !o.m_strCaptureOut.empty()) &&
+        (o.m_vEffects.size() != 1 || o.m_bSweep)) {
+        return fail("--preview-out and --capture-out need exactly one effect and no sweep");
+    }
+    if (o.m_bSweep && o.m_bParams) {
+        return fail("--sweep takes its other words from --param0 / --param1, not --params");
     }
     *pOpts = o;
     return kParseOk;

@@ -52,6 +52,14 @@ struct ToolOptions {
     std::string m_strLib;    // empty: the built library
     std::string m_strLog;    // POSTEFFECT_LOG for the library; empty: see --log
     std::string m_strLooks;  // a folder of look-up images to use; empty: the root's own
+    // --sweep paramG[.W]=FROM:TO:STEP: word W (0 to 3) of group G (0 or 1)
+    // takes every value FROM, FROM + STEP, ... up to TO, one run each.
+    bool m_bSweep = false;
+    int m_nSweepGroup = 0;
+    int m_nSweepWord = 0;
+    int m_nSweepFrom = 0;
+    int m_nSweepTo = 0;
+    int m_nSweepStep = 1;
     // Not from the command line: the host root the library uses when
     // POSTEFFECT_ROOT is not set (where --looks finds the images it does not
     // replace).
@@ -73,6 +81,21 @@ bool ParseSize(const std::string& text, int* pnWidth, int* pnHeight);
 // parameter groups given, or the raw string with the effect key put in front
 // when it lacks one.
 std::string CameraParameterString(const ToolOptions& opts, const EffectInfo& effect);
+
+// One run of the plug-in: an effect with its parameter string, the label of
+// its contact-sheet cell and table row, and the stem of its file names.
+struct ToolRun {
+    int m_nEffect;
+    std::string m_strParams;
+    std::string m_strLabel;
+    std::string m_strSlug;
+};
+// The runs opts asks for, in order. Without --effect: every effect of the
+// table, Vintage once per look, each with parameters that show it well
+// (its circle, band or centre in the middle of the preview) unless
+// --param0/--param1/--params give others. With --sweep: one run per value
+// for each effect asked for (or every effect), labelled with the value.
+std::vector<ToolRun> PlanRuns(const ToolOptions& opts);
 // The effect named by a raw parameter string's "GPU-effect" key, or null.
 const EffectInfo* EffectInParams(const std::string& params);
 
