@@ -159,11 +159,12 @@ public:
         out.resize(n * 3 / 2);
         return out;
     }
-    // The kGuard bytes behind the first `n` of `out` are still poison.
-    static void ExpectGuards(const std::vector<unsigned char>& out, size_t n) {
+    // The kGuard bytes behind the first `n` of `out` are still `poison`.
+    static void ExpectGuards(const std::vector<unsigned char>& out, size_t n,
+                             unsigned char poison = kPoison) {
         ASSERT_EQ(n + kGuard, out.size());
         for (size_t i = n; i < out.size(); ++i) {
-            ASSERT_EQ(kPoison, out[i]) << "guard byte " << i - n;
+            ASSERT_EQ(poison, out[i]) << "guard byte " << i - n;
         }
     }
 
