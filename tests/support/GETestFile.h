@@ -1,13 +1,14 @@
-// Byte buffers and files for tests: deterministic byte patterns, whole-file
-// reads and writes (device paths such as "/data/x" resolve on the host as the
-// library's own do), little-endian fields, and BMP files in the layout the
-// library reads.
+// Byte buffers, files and the environment for tests: deterministic byte
+// patterns, whole-file reads and writes (device paths such as "/data/x"
+// resolve on the host as the library's own do), little-endian fields, BMP
+// files in the layout the library reads, and variables set for a scope.
 #ifndef POSTEFFECT_TESTS_GETESTFILE_H
 #define POSTEFFECT_TESTS_GETESTFILE_H
 
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <string>
@@ -99,5 +100,23 @@ inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETe
     std::copy(pixels.begin(), pixels.end(), b.begin() + (ptrdiff_t)(54 + gap));
     return b;
 }
+
+// Sets (or, with null, clears) an environment variable for one scope.
+class GETestEnv {
+public:
+    GETestEnv(const char* name, const char* value) : m_name(name) {
+        const char* old = getenv(name);
+        m_bHad = old != nullptr;
+        m_old = m_bHad ? old : "";
+        value ? setenv(name, value, 1) : unsetenv(name);
+    }
+    ~GETestEnv() { m_bHad ? setenv(m_name.c_str(), m_old.c_str(), 1) : unsetenv(m_name.c_str()); }
+
+private:
+    GETestEnv(const GETestEnv&) = delete;
+    GETestEnv& operator=(const GETestEnv&) = delete;
+    std::string m_name, m_old;
+    bool m_bHad;
+};
 
 #endif

@@ -16,6 +16,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "GETestFile.h"
@@ -31,13 +32,10 @@ public:
         for (Folder f : {kSystem, kOverride, kData}) {
             std::filesystem::create_directories(Host(f, ""));
         }
-        const char* old = getenv("POSTEFFECT_ROOT");
-        m_bHadOld = old != nullptr;
-        m_old = old ? old : "";
-        setenv("POSTEFFECT_ROOT", m_dir.c_str(), 1);
+        m_env.reset(new GETestEnv("POSTEFFECT_ROOT", m_dir.c_str()));
     }
     ~GETestRoot() {
-        m_bHadOld ? setenv("POSTEFFECT_ROOT", m_old.c_str(), 1) : unsetenv("POSTEFFECT_ROOT");
+        m_env.reset();
         std::error_code ec;
         std::filesystem::remove_all(m_dir, ec);
     }
@@ -74,8 +72,8 @@ private:
     GETestRoot(const GETestRoot&) = delete;
     GETestRoot& operator=(const GETestRoot&) = delete;
 
-    std::string m_dir, m_old;
-    bool m_bHadOld = false;
+    std::string m_dir;
+    std::unique_ptr<GETestEnv> m_env;
 };
 
 #endif
