@@ -169,7 +169,7 @@ TEST_F(HostGL, CleanCarriesTheLastWriteEitherWay) {
         // The texture as RGBA, read through a framebuffer, and what it should
         // be for the buffer's bytes `px` (5 and 6 bits widened, give or take 1).
         auto gpu = [&] {
-            GETestTarget target(tex, kW, kH);
+            GETestTarget target(kW, kH, tex);
             return target.Read();
         };
         auto same = [&](const std::vector<unsigned char>& got, const GETestBytes& px) {
@@ -193,7 +193,7 @@ TEST_F(HostGL, CleanCarriesTheLastWriteEitherWay) {
         ASSERT_EQ(0, clean());
         EXPECT_TRUE(same(gpu(), a)) << "after the clean";
         {
-            GETestTarget target(tex, kW, kH);
+            GETestTarget target(kW, kH, tex);
             target.Fill(1.0f, 0.0f, 1.0f, 1.0f);
             glFinish();
         }
