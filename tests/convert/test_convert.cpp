@@ -1,10 +1,9 @@
 // The CPU semi-planar converters: every SIMD row function against its
-// portable twin on random data, the portable rows and every frame function
-// against per-pixel references built from the layout rules, on the
-// runtime-chosen row functions (cached and streaming stores) and on the
-// portable ones. Outputs are poisoned and guarded: bytes a function must not
-// write are checked as well as those it must. Links the converters and
-// GoogleTest only, so that it builds for every target CPU.
+// portable twin on random data, and every frame function against per-pixel
+// references built from the layout rules, on the runtime-chosen row
+// functions (cached and streaming stores) and on the portable ones. Outputs are poisoned and
+// guarded: bytes a function must not write are checked as well as those it must. Links the
+// converters and GoogleTest only, so that it builds for every target CPU.
 #include <stdio.h>
 #include <string.h>
 
@@ -100,35 +99,6 @@ std::string VariantNames() {
 }
 
 }  // namespace
-
-TEST(ConvertPortableRows, FollowTheLayoutRules) {
-    std::mt19937 rng(1);
-    for (int width = 2; width <= 66; width += 2) {
-        const Frame f(width, 2, rng());
-        for (int bpp : {4, 3}) {
-            GuardedBuffer d(size_t(width) * bpp * 2, 0, rng());
-            std::vector<uint8_t> want = d.Original();
-            for (int c = 0; c < 2 * width; ++c) {
-                uint8_t px[4];
-                f.Pixel(c / width, c % width, f, px);
-                memcpy(&want[size_t(c) * bpp], px, size_t(bpp));
-            }
-            (bpp == 4 ? SPToYUVXRow2_C : SPToYUVRow2_C)(f.Data(), f.Data() + width, f.Chroma(),
-                                                        d.Data(), d.Data() + width * bpp, width);
-            ASSERT_EQ("", d.Check(want)) << "width " << width << ", bpp " << bpp;
-        }
-        const uint8_t px[4] = {0x12, 0x34, 0x56, 0xFF};
-        uint32_t nPixel;
-        memcpy(&nPixel, px, 4);
-        GuardedBuffer d(size_t(width) * 4, 0, rng());
-        YUVXFillRow_C(d.Data(), nPixel, width);
-        std::vector<uint8_t> want;
-        for (int c = 0; c < width; ++c) {
-            want.insert(want.end(), px, px + 4);
-        }
-        ASSERT_EQ("", d.Check(want)) << "fill " << width;
-    }
-}
 
 // Each SIMD row function against its portable twin over widths of 16 to
 // 4096, sources ending where their allocation ends, outputs at odd offsets

@@ -1,13 +1,11 @@
 // The host platform where the library's own tests do not drive it: device
-// paths and the display stand-in, the log masks, the camera parameter set,
-// coherence of graphics buffers in the formats the library does not use,
-// the EGL image refusals and the fences.
+// paths and the display stand-in, the log masks, and coherence of graphics
+// buffers in the formats the library does not use yet.
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <GLES2/gl2.h>
 #include <GLES2/gl2ext.h>
 #include <alloc_controller.h>
-#include <camera/CameraParameters.h>
 #include <fcntl.h>
 #include <gralloc_priv.h>
 #include <gtest/gtest.h>
@@ -110,29 +108,6 @@ TEST(HostLogMask, MasksFromTheEnvironment) {
     }
 }
 
-TEST(HostCameraParameters, FlattenSortsAndUnflattenStopsAtAPieceWithoutEquals) {
-    android::CameraParameters p;
-    p.set("preview-size", "640x480");
-    p.set("GPU-effect", "1");
-    p.set("zoom", 3);
-    p.set("k=v", "1");  // refused: a separator in the key
-    p.set("k", "1;2");  // and in the value
-    EXPECT_STREQ("GPU-effect=1;preview-size=640x480;zoom=3", p.flatten().c_str());
-    const struct {
-        const char* in;
-        const char* out;
-    } cases[] = {
-        {"b=2;a=1;broken;c=3", "a=1;b=2"}, {"k=v;", "k=v"},      {"", ""}, {"a=b=c", "a=b=c"},
-        {"e=;=f;k=1;k=2", "=f;e=;k=2"},    {"noequals;a=1", ""},
-    };
-    for (const auto& c : cases) {
-        p.unflatten(android::String8(c.in));
-        EXPECT_STREQ(c.out, p.flatten().c_str()) << c.in;
-    }
-    EXPECT_EQ(nullptr, p.get("a"));
-    EXPECT_EQ(-1, p.getInt("a"));
-}
-
 using HostGL = GLTest;
 
 // A graphics buffer bound to a texture through an image: a CPU write reaches
@@ -211,84 +186,6 @@ TEST_F(HostGL, CleanCarriesTheLastWriteEitherWay) {
         EXPECT_TRUE(eglDestroyImageKHR(eglGetCurrentDisplay(), image));
         glDeleteTextures(1, &tex);
     }
-}
-
-// Images over graphics buffers: refused for other buffers, a context or
-// other attributes, holding no reference then; a made one holds one until
-// destroyed; a YUV buffer gives an image but no texture.
-TEST_F(HostGL, NativeBufferImages) {
-    EGLDisplay dpy = eglGetCurrentDisplay();
-    sp<GraphicBuffer> gb = new GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGBA_8888, 0x130);
-    EGLClientBuffer native = (EGLClientBuffer)gb->getNativeBuffer();
-    ANativeWindowBuffer stranger;
-    memset(&stranger, 0, sizeof(stranger));
-    stranger.common.magic = (int)ANDROID_NATIVE_BUFFER_MAGIC;
-    const EGLint good[] = {EGL_IMAGE_PRESERVED_KHR, EGL_TRUE, EGL_NONE};
-    const EGLint bad[] = {EGL_WIDTH, 4, EGL_NONE};
-    const struct {
-        EGLDisplay dpy;
-        EGLContext ctx;
-        EGLClientBuffer buffer;
-        const EGLint* attribs;
-        EGLint error;
-    } cases[] = {
-        {dpy, EGL_NO_CONTEXT, (EGLClientBuffer)&stranger, good, EGL_BAD_PARAMETER},
-        {dpy, EGL_NO_CONTEXT, nullptr, good, EGL_BAD_PARAMETER},
-        {dpy, eglGetCurrentContext(), native, good, EGL_BAD_CONTEXT},
-        {dpy, EGL_NO_CONTEXT, native, bad, EGL_BAD_PARAMETER},
-        {EGL_NO_DISPLAY, EGL_NO_CONTEXT, native, good, EGL_BAD_DISPLAY},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(EGL_NO_IMAGE_KHR,
-                  eglCreateImageKHR(c.dpy, c.ctx, EGL_NATIVE_BUFFER_ANDROID, c.buffer, c.attribs));
-        EXPECT_EQ(c.error, eglGetError());
-    }
-    EXPECT_EQ(1, gb->getStrongCount());
-    EGLImageKHR image =
-        eglCreateImageKHR(dpy, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID, native, nullptr);
-    ASSERT_NE(EGL_NO_IMAGE_KHR, image);
-    EXPECT_EQ(2, gb->getStrongCount());
-    EXPECT_TRUE(eglDestroyImageKHR(dpy, image));
-    EXPECT_EQ(1, gb->getStrongCount());
-    EXPECT_FALSE(eglDestroyImageKHR(dpy, image));
-    eglGetError();
-
-    sp<GraphicBuffer> yuv = new GraphicBuffer(8, 4, HAL_PIXEL_FORMAT_YCrCb_420_SP, 0x130);
-    image = eglCreateImageKHR(dpy, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
-                              (EGLClientBuffer)yuv->getNativeBuffer(), good);
-    ASSERT_NE(EGL_NO_IMAGE_KHR, image);
-    glEGLImageTargetTexture2DOES(GL_TEXTURE_2D, image);
-    EXPECT_EQ((GLenum)GL_INVALID_OPERATION, glGetError());
-    glEGLImageTargetTexture2DOES((GLenum)0xFFFFFFFF, image);
-    EXPECT_EQ((GLenum)GL_INVALID_ENUM, glGetError());
-    EXPECT_TRUE(eglDestroyImageKHR(dpy, image));
-}
-
-// The host's GL_NV_fence: a generated name becomes a fence when set, a set
-// fence finishes and tests complete after rendering, names are refused as
-// the extension says, and deletion ends them.
-TEST_F(HostGL, Fences) {
-    GLuint fences[2] = {0, 0};
-    glGenFencesNV(2, fences);
-    EXPECT_TRUE(fences[0] != 0 && fences[1] != 0 && fences[0] != fences[1]);
-    EXPECT_FALSE(glIsFenceNV(fences[0]));
-    glTestFenceNV(fences[0]);
-    EXPECT_EQ((GLenum)GL_INVALID_OPERATION, glGetError());
-    glSetFenceNV(fences[0], 0x1234);
-    EXPECT_EQ((GLenum)GL_INVALID_ENUM, glGetError());
-    EXPECT_FALSE(glIsFenceNV(fences[0]));
-    GETestTarget target(64, 64);
-    target.Fill(0.5f, 0.5f, 0.25f, 1.0f);
-    glSetFenceNV(fences[0], GL_ALL_COMPLETED_NV);
-    glFinishFenceNV(fences[0]);
-    GLint status = -1;
-    glGetFenceivNV(fences[0], GL_FENCE_STATUS_NV, &status);
-    EXPECT_TRUE(glIsFenceNV(fences[0]) && glTestFenceNV(fences[0]) && status == GL_TRUE);
-    glGenFencesNV(-1, fences);
-    EXPECT_EQ((GLenum)GL_INVALID_VALUE, glGetError());
-    glDeleteFencesNV(2, fences);
-    EXPECT_FALSE(glIsFenceNV(fences[0]));
-    EXPECT_EQ((GLenum)GL_NO_ERROR, glGetError());
 }
 
 }  // namespace
