@@ -3,9 +3,10 @@
 //
 // A pixel row names an effect, its parameter groups, an input picture and
 // the colour every output pixel should have, worked out from the effect's
-// formula. RunEffectRow runs it as a preview frame of kTexW x kTexH (after a
-// first frame of another picture) and as a capture of kCapW x kCapH in tiles
-// of that size (2.5 x 2.5 tiles), and compares both planes with the formula:
+// formula. RunEffectRow runs it as preview frames of kTexW x kTexH and of a
+// picture 16 narrower than its buffer (each after a frame of another
+// picture) and as a capture of kCapW x kCapH in tiles of kTexW x kTexH (2.5 x
+// 2.5 tiles), and compares both planes with the formula:
 //
 //     RGB BloomOf(const At& a) { return Bloom(Source(a)); }
 //     const EffectRow kRows[] = {
@@ -54,7 +55,7 @@ struct EffectSetup {
 };
 
 // Where an expected colour is worked out: the input picture, the output
-// pixel, and the texture the effect rendered it in (the whole frame in
+// pixel, and the texture the effect rendered it in (the frame's buffer in
 // preview, one tile of a capture).
 struct At {
     const SPImage& in;
@@ -117,12 +118,18 @@ inline std::vector<unsigned char> CaptureOf(ManagerRig& rig, const SPImage& in,
     return out;
 }
 
+// A fresh root with the effect's look-up images, when it reads any.
+inline std::unique_ptr<GETestRoot> LookUps(const EffectSetup& s) {
+    std::unique_ptr<GETestRoot> root(s.lookups ? new GETestRoot() : nullptr);
+    if (root) {
+        s.lookups(*root);
+    }
+    return root;
+}
+
 inline void RunEffectRow(const EffectRow& r) {
     SCOPED_TRACE(r.setup.name);
-    std::unique_ptr<GETestRoot> root(r.setup.lookups ? new GETestRoot() : nullptr);
-    if (root) {
-        r.setup.lookups(*root);
-    }
+    const std::unique_ptr<GETestRoot> root = LookUps(r.setup);
     auto compare = [&r](const SPImage& in, const std::vector<unsigned char>& out, int tw, int th,
                         const char* what) {
         return CompareToColours(
@@ -132,13 +139,15 @@ inline void RunEffectRow(const EffectRow& r) {
             },
             r.tol, what);
     };
-    {
-        const SPImage in = r.input(kTexW, kTexH);
-        ManagerRig rig;
-        ASSERT_TRUE(rig.Init(kTexW, kTexH));
+    // The frame, then one narrower than its buffer's 32-aligned rows (the
+    // texture keeps the rows' width).
+    for (int w : {kTexW, kTexW - 16}) {
+        const SPImage in = r.input(w, kTexH);
+        ManagerRig rig(w, kTexH);
+        ASSERT_TRUE(rig.Init(w, kTexH));
         ASSERT_TRUE(ChooseEffect(rig, r.setup, false));
-        rig.Preview(SPImage::Pattern(kTexW, kTexH, 7));
-        EXPECT_EQ(0, compare(in, rig.Preview(in), kTexW, kTexH, "preview"));
+        rig.Preview(SPImage::Pattern(w, kTexH, 7));
+        EXPECT_EQ(0, compare(in, rig.Preview(in), kTexW, kTexH, w == kTexW ? "preview" : "narrow"));
     }
     const SPImage in = r.input(kCapW, kCapH);
     ManagerRig rig;
@@ -176,10 +185,7 @@ struct Steps {
 
 inline void RunSeamRow(const SeamRow& r) {
     SCOPED_TRACE(r.setup.name);
-    std::unique_ptr<GETestRoot> root(r.setup.lookups ? new GETestRoot() : nullptr);
-    if (root) {
-        r.setup.lookups(*root);
-    }
+    const std::unique_ptr<GETestRoot> root = LookUps(r.setup);
     const SPImage in = r.input(kCapW, kCapH);
     std::vector<unsigned char> out[2];
     std::set<int> bx, by;  // where the tiles the converter was asked for start
@@ -190,15 +196,11 @@ inline void RunSeamRow(const SeamRow& r) {
         ASSERT_TRUE(ChooseEffect(rig, r.setup, true));
         out[k] = CaptureOf(rig, in, k == 0 ? 0x00 : 0xFF);
         for (const Rect& t : server.rects) {
-            if (t.x > 0) {
-                bx.insert(t.x);
-            }
-            if (t.y > 0) {
-                by.insert(t.y);
-            }
+            bx.insert(t.x), by.insert(t.y);
         }
     }
     ASSERT_TRUE(out[0] == out[1]) << "bytes left unwritten";
+    bx.erase(0), by.erase(0);
     ASSERT_FALSE(bx.empty() || by.empty());
     Steps s;
     const unsigned char* uv = out[0].data() + kCapW * kCapH;

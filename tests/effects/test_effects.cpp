@@ -81,10 +81,7 @@ TEST(EffectContract, RefusalsUnderTheEffectsTag) {
         const unsigned effect = r.setup.effect;
         const std::string tag = EffectTag(effect);
         SCOPED_TRACE(r.setup.name);
-        std::unique_ptr<GETestRoot> root(r.setup.lookups ? new GETestRoot() : nullptr);
-        if (root) {
-            r.setup.lookups(*root);
-        }
+        const std::unique_ptr<GETestRoot> root = LookUps(r.setup);
         ManagerRig rig;
         TileServer server;
         ASSERT_TRUE(rig.Init(kTexW, kTexH, &server));
@@ -108,49 +105,6 @@ TEST(EffectContract, RefusalsUnderTheEffectsTag) {
         EXPECT_EQ(1, rig.man.CurrShader()->Deinit());
         EXPECT_TRUE(server.rects.empty());
         EXPECT_EQ(std::vector<unsigned char>(kTexW * kTexH * 3 / 2, kPoison), out);
-    }
-}
-
-// A preview narrower than its 32-aligned buffer: only the picture's part of
-// each row is sampled, and Mirror's middle is that of the texture, column 32.
-TEST(EffectPlain, PreviewNarrowerThanItsBuffer) {
-    const int w = 48;
-    const struct {
-        unsigned effect;
-        bool landscape;
-        SourceOf source;
-        RGB (*op)(const RGB&);
-    } cases[] = {{kBypass, false, Identity, Unchanged},
-                 {8, true, Mirrored(kTexW, kTexH, true), Unchanged},
-                 {9, false, Identity, Bloom}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.effect);
-        ManagerRig rig(w, kTexH);
-        ASSERT_TRUE(rig.Init(w, kTexH));
-        ASSERT_TRUE(ChooseEffect(rig, {"", c.effect, {c.landscape}, {}, nullptr}, false));
-        const SPImage in = SPImage::Pattern(w, kTexH, 3);
-        const std::vector<unsigned char> out = rig.Preview(in);
-        EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + w * kTexH, c.source, c.op, 1.0,
-                                      "48 wide"));
-    }
-}
-
-// The landscape flag is read when the program is loaded: changing it alone
-// changes nothing until the effect is chosen again.
-TEST(EffectPlain, MirrorReadsItsFlagWhenChosen) {
-    ManagerRig rig;
-    ASSERT_TRUE(rig.Init(kTexW, kTexH));
-    ASSERT_TRUE(rig.Choose(8, false, true));
-    const SPImage in = SPImage::Pattern(kTexW, kTexH);
-    for (bool chosenAgain : {false, true}) {
-        rig.man.m_bLandscaped = false;
-        if (chosenAgain) {
-            ASSERT_TRUE(rig.man.ChooseEffect(8, 0));
-        }
-        const std::vector<unsigned char> out = rig.Preview(in);
-        EXPECT_EQ(0, CompareToFormula(in, out.data(), out.data() + kTexW * kTexH,
-                                      Mirrored(kTexW, kTexH, !chosenAgain), Unchanged, 1.0,
-                                      chosenAgain ? "chosen again" : "flag changed"));
     }
 }
 

@@ -73,11 +73,11 @@ private:
 // input buffer's pixels, its stride and its height.
 struct FakeControl {
     std::atomic<bool> bInitOk{true}, bChooseOk{true}, bProcOk{true};
-    Gate chooseGate, previewGate, captureGate;
+    Gate previewGate, captureGate;
     std::function<void(IYUVConverter*, unsigned char*, int, int)> captureHook;
     void Reset() {
         bInitOk = bChooseOk = bProcOk = true;
-        chooseGate.Open(), previewGate.Open(), captureGate.Open();
+        previewGate.Open(), captureGate.Open();
         captureHook = nullptr;
     }
 };
@@ -99,9 +99,8 @@ inline std::mutex g_seenLock;
 inline FakeRecord g_seen;
 
 // The manager double. A preview frame "renders" 200 into every luma byte and
-// 100 into every chroma byte (MemcpyYUV); a capture walks the image in tiles
-// of the viewport's size, fetches each through convertRect and writes its
-// bytes inverted (255 - value).
+// 100 into every chroma byte (MemcpyYUV); a capture writes the camera's
+// planes inverted (255 - value).
 class FakeManager : public GEManager {
 public:
     FakeManager() : GEManager(NoEGL()) {
@@ -133,7 +132,6 @@ public:
     bool ChooseEffect(unsigned effect, unsigned char capture) override {
         Record("Choose %d %d", (int)effect, (int)capture);
         Locked([this](FakeRecord& s) { s.landscapedAtChoose = m_bLandscaped; });
-        g_fake.chooseGate.Pass();
         return g_fake.bChooseOk;
     }
     bool ProcFrame(unsigned, unsigned, int, int) override {
@@ -146,39 +144,18 @@ public:
         g_fake.previewGate.Pass();
         return g_fake.bProcOk;
     }
-    bool ProcFrame(unsigned char*, unsigned char*, int, int) override {
-        Record("Capture4");
-        return false;
-    }
-    bool ProcFrame(unsigned char* y, unsigned char*, unsigned char* out, int W, int H) override {
+    bool ProcFrame(unsigned char* y, unsigned char* uv, unsigned char* out, int W, int H) override {
         Record("Capture %d %d", W, H);
         g_fake.captureGate.Pass();
-        if (!g_fake.bProcOk || m_pPixels == nullptr || m_pConv == nullptr || y == nullptr) {
+        if (!g_fake.bProcOk || m_pPixels == nullptr || y == nullptr || uv == nullptr) {
             return false;
         }
         if (g_fake.captureHook) {
             g_fake.captureHook(m_pConv, m_pPixels, m_nStride, m_nBufHeight);
             return true;
         }
-        for (int ty = 0; ty < H; ty += m_nH) {
-            for (int tx = 0; tx < W; tx += m_nW) {
-                const int tw = std::min(m_nW, W - tx), th = std::min(m_nH, H - ty);
-                if (!m_pConv->convertRect(m_pPixels, m_nStride, m_nBufHeight, tx, ty, tw, th)) {
-                    return false;
-                }
-                for (int j = 0; j < th; ++j) {
-                    for (int i = 0; i < tw; ++i) {
-                        const unsigned char* px = m_pPixels + ((size_t)j * m_nStride + i) * 4;
-                        out[(size_t)(ty + j) * W + tx + i] = (unsigned char)(255 - px[0]);
-                        if (j % 2 == 0 && i % 2 == 0) {
-                            unsigned char* c =
-                                out + (size_t)W * H + (size_t)(ty + j) / 2 * W + tx + i;
-                            c[0] = (unsigned char)(255 - px[1]);
-                            c[1] = (unsigned char)(255 - px[2]);
-                        }
-                    }
-                }
-            }
+        for (size_t i = 0; i < (size_t)W * H * 3 / 2; ++i) {
+            out[i] = (unsigned char)(255 - (i < (size_t)W * H ? y[i] : uv[i - (size_t)W * H]));
         }
         return true;
     }

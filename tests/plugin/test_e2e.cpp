@@ -5,17 +5,15 @@
 // refusal of bad input at the interface, with its result code and nothing
 // touched. Links none of the library's code.
 #include <android/log.h>
-#include <elf.h>
-#include <fcntl.h>
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <limits.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <memory>
-#include <mutex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -23,7 +21,7 @@
 #include <vector>
 
 #include "GETestFrames.h"
-#include "GETestPlugin.h"
+#include "harness.h"
 
 using android::String8;
 using namespace getest;
@@ -32,84 +30,27 @@ namespace {
 
 const int kW = 64, kH = 32;
 
-std::mutex s_logLock;
-std::vector<std::string> s_errors;  // the library's error lines
-
-// The formulas, each byte within 2; the library's error lines on a mismatch.
+// The formulas, each byte within 2.
 int Compare(const SPImage& in, const unsigned char* y, const unsigned char* uv,
             const SourceOf& source, RGB (*op)(const RGB&), const std::string& what) {
-    const int bad = CompareToFormula(in, y, uv, source, op, 2.0, what, false);
-    std::lock_guard<std::mutex> lock(s_logLock);
-    for (size_t i = 0; bad != 0 && i < s_errors.size(); ++i) {
-        ADD_FAILURE() << s_errors[i];
-    }
-    return bad;
+    return CompareToFormula(in, y, uv, source, op, 2.0, what, false);
 }
 
 // The names a shared object defines in its dynamic symbol table.
 std::set<std::string> DefinedDynamicSymbols(const char* path) {
     std::set<std::string> names;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    const off_t size = fd < 0 ? 0 : lseek(fd, 0, SEEK_END);
-    void* map = fd < 0 ? MAP_FAILED : mmap(nullptr, (size_t)size, PROT_READ, MAP_PRIVATE, fd, 0);
-    close(fd);
-    if (map == MAP_FAILED) {
-        ADD_FAILURE() << "cannot map " << path;
-        return names;
-    }
-    const unsigned char* file = static_cast<const unsigned char*>(map);
-    const Elf64_Ehdr* eh = reinterpret_cast<const Elf64_Ehdr*>(file);
-    const Elf64_Shdr* sh = reinterpret_cast<const Elf64_Shdr*>(file + eh->e_shoff);
-    for (int i = 0; memcmp(eh->e_ident, ELFMAG, SELFMAG) == 0 && i < eh->e_shnum; ++i) {
-        if (sh[i].sh_type == SHT_DYNSYM) {
-            const char* strtab = reinterpret_cast<const char*>(file + sh[sh[i].sh_link].sh_offset);
-            const Elf64_Sym* sym = reinterpret_cast<const Elf64_Sym*>(file + sh[i].sh_offset);
-            for (size_t k = 1; k < sh[i].sh_size / sizeof(Elf64_Sym); ++k) {
-                const int bind = ELF64_ST_BIND(sym[k].st_info);
-                if (sym[k].st_shndx != SHN_UNDEF && (bind == STB_GLOBAL || bind == STB_WEAK)) {
-                    names.insert(strtab + sym[k].st_name);
-                }
-            }
+    FILE* nm = popen(("nm -D --defined-only --extern-only " + std::string(path)).c_str(), "r");
+    char line[512], name[480];
+    while (nm != nullptr && fgets(line, sizeof(line), nm) != nullptr) {
+        if (sscanf(line, "%*s %*c %479s", name) == 1) {
+            names.insert(name);
         }
     }
-    munmap(map, (size_t)size);
+    EXPECT_EQ(0, nm != nullptr ? pclose(nm) : -1);
     return names;
 }
 
-// A camera buffer holding one w x h frame at `offset`, 0xEE around it.
-struct FrameBuffer {
-    FrameBuffer(int w, int h, int offset = 4096)
-        : m_nOffset(offset),
-          m_nBytes((size_t)w * h * 3 / 2),
-          m_buf(offset + m_nBytes + 4096, 0xEE) {}
-    void Put(const SPImage& img) { memcpy(Frame(), img.data.data(), m_nBytes); }
-    unsigned char* Frame() const { return m_buf.Base() + m_nOffset; }
-    int Send(IPostEffect* effect) {
-        return effect->handlePreview(m_buf.Fd(), m_buf.Base(), m_nOffset);
-    }
-    bool GuardsIntact() const {
-        for (size_t i = 0; i < m_buf.Size(); ++i) {
-            if ((i < (size_t)m_nOffset || i >= m_nOffset + m_nBytes) && m_buf.Base()[i] != 0xEE) {
-                return false;
-            }
-        }
-        return true;
-    }
-    int m_nOffset;
-    size_t m_nBytes;
-    CameraBuffer m_buf;
-};
-
-class EndToEnd : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        setenv("POSTEFFECT_LOG", "*=0x10", 1);
-        __android_log_set_logger([](const struct __android_logger_data* data, const char* text) {
-            std::lock_guard<std::mutex> lock(s_logLock);
-            s_errors.push_back(std::string(data->tag ? data->tag : "") + ": " + (text ? text : ""));
-        });
-    }
-};
+typedef ::testing::Test EndToEnd;
 
 // The two entry points and the four globals, nothing else: the classes, the
 // manager hook and the helpers stay inside.
@@ -117,40 +58,51 @@ TEST_F(EndToEnd, TheLibraryExportsOnlyItsSixNames) {
     const std::set<std::string> want = {"createPostEffect", "destroyPostEffect", "g_Disp_Width",
                                         "g_Disp_Height",    "g_eglDisplay",      "g_eglContext"};
     EXPECT_EQ(want, DefinedDynamicSymbols(POSTEFFECT_LIBRARY));
-    GETestPlugin lib;
-    ASSERT_TRUE(lib.Ok()) << dlerror();
-    for (const std::string& name : want) {
-        EXPECT_NE(nullptr, dlsym(lib.Handle(), name.c_str())) << name;
-    }
 }
+
+// The plug-in as a camera service opens it (the tool's loader), and the
+// handle of that loaded library.
+struct Loaded {
+    Loaded() {
+        EXPECT_TRUE(lib.Open(POSTEFFECT_LIBRARY, &err)) << err;
+        handle = dlopen(POSTEFFECT_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    }
+    ~Loaded() { dlclose(handle); }
+    PostEffectLibrary lib;
+    std::string err;
+    void* handle;
+};
 
 // One camera with a plug-in object of its own. Every check counts into
 // `bad`, so that it can run on a thread of its own.
 struct Camera {
-    Camera(const GETestPlugin* l, const char* prm, int pw, int ph, RGB (*o)(const RGB&), bool m)
+    Camera(const PostEffectLibrary* l, const char* prm, int pw, int ph, RGB (*o)(const RGB&),
+           bool m)
         : lib(l), params(prm), w(pw), h(ph), op(o), mirror(m) {}
-    const GETestPlugin* lib;
+    const PostEffectLibrary* lib;
     const char* params;
     int w, h;  // the preview; captures are 2 x 2 previews
     RGB (*op)(const RGB&);
     bool mirror;
     IPostEffect* p = nullptr;
-    std::unique_ptr<FrameBuffer> frame;
+    std::unique_ptr<CameraBuffer> heap;  // one frame after a page, 0xEE around it
     int bad = 0, seed = 0;
 
     SourceOf Source() const { return mirror ? Mirrored(w, h, true) : SourceOf(Identity); }
     void Start() {
         p = lib->Create();
-        frame.reset(new FrameBuffer(w, h));
+        heap.reset(new CameraBuffer(4096 + (size_t)w * h * 3 / 2 + 4096, 0xEE));
         bad += (p->start() != 0) + (p->setParameters(String8(params)) != 0) +
                (p->startPreview(w, h) != 0);
     }
     void Frames(int n) {
+        unsigned char* frame = heap->Base() + 4096;
         for (int i = 0; i < n; ++i) {
             const SPImage in = SPImage::Pattern(w, h, ++seed);
-            frame->Put(in);
-            bad += frame->Send(p) != 0;
-            bad += Compare(in, frame->Frame(), frame->Frame() + w * h, Source(), op, params);
+            memcpy(frame, in.data.data(), in.data.size());
+            bad += p->handlePreview(heap->Fd(), heap->Base(), 4096) != 0;
+            bad += Compare(in, frame, frame + w * h, Source(), op, params);
+            bad += heap->Base()[4095] != 0xEE || frame[in.data.size()] != 0xEE;
         }
     }
     // Luma after a header page, chroma after a gap, as the camera lays them out.
@@ -174,9 +126,9 @@ struct Camera {
 // processes its own frames and captures whatever the order of start, stop
 // and destroy, and once the last one is gone the exported globals are clear.
 TEST_F(EndToEnd, TwoObjectsInOneProcess) {
-    GETestPlugin lib;
-    ASSERT_TRUE(lib.Ok()) << dlerror();
-    void* const* context = static_cast<void* const*>(dlsym(lib.Handle(), "g_eglContext"));
+    Loaded loaded;
+    const PostEffectLibrary& lib = loaded.lib;
+    void* const* context = static_cast<void* const*>(dlsym(loaded.handle, "g_eglContext"));
     ASSERT_NE(nullptr, context);
     // An object's letter and what it does: s start, f frames, c capture, x
     // stop, d destroy; "||": frames, a capture and frames on both at once.
@@ -231,8 +183,8 @@ TEST_F(EndToEnd, TwoObjectsInOneProcess) {
 // do not fit their buffers, sizes the pipeline cannot run, odd parameter
 // strings and crops of any integers.
 TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
-    GETestPlugin lib;
-    ASSERT_TRUE(lib.Ok()) << dlerror();
+    Loaded loaded;
+    const PostEffectLibrary& lib = loaded.lib;
     IPostEffect* effect = lib.Create();
     EXPECT_EQ(1, effect->setParameters(String8("GPU-effect=9")));
     EXPECT_EQ(-1, effect->handlePreview(-1, nullptr, 0));

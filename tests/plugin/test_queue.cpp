@@ -172,33 +172,6 @@ TEST_F(QueueTest, StartAndStopInAnyOrder) {
                              "[~GPUPostEffect] destroyed without stop: stopping the worker"));
 }
 
-// Tasks come back from the pool without being cleared: a malformed group
-// keeps the words of the task's last use, and both changed flags are set
-// all the same. A new task has zero words.
-TEST_F(QueueTest, AReusedTaskKeepsTheFieldsItsNewUseDoesNotSet) {
-    auto groups = [](const GPUPostEffect::EffectParams& p) {
-        std::vector<int> g(p.m_anGroup0, p.m_anGroup0 + 4);
-        g.insert(g.end(), p.m_anGroup1, p.m_anGroup1 + 4);
-        return g;
-    };
-    ASSERT_EQ(0, m_p->start());
-    ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=9;GE-param0=1,2,3,4;GE-param1=5,6,7,8")));
-    ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=6;GE-param0=1 ,9,9,9;GE-param1=7,7,7")));
-    GPUPostEffect::EffectParams p = GPUPostEffectPeer::Params(m_p);
-    EXPECT_EQ(6, p.m_nEffect);
-    EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5, 6, 7, 8}), groups(p));
-    EXPECT_EQ(1, p.m_nGroup0Changed & p.m_nGroup1Changed);
-    ASSERT_EQ(0, m_p->setParameters(String8("GE-param1=-1,0,1,2")));
-    p = GPUPostEffectPeer::Params(m_p);
-    EXPECT_EQ(-1, p.m_nEffect);
-    EXPECT_EQ((std::vector<int>{1, 2, 3, 4, -1, 0, 1, 2}), groups(p));
-    GPUPostEffect fresh;
-    ASSERT_EQ(0, fresh.start());
-    ASSERT_EQ(0, fresh.setParameters(String8("GPU-effect=9;GE-param0=x")));
-    EXPECT_EQ(std::vector<int>(8, 0), groups(GPUPostEffectPeer::Params(&fresh)));
-    fresh.stop();
-}
-
 // Frames outside a preview get -1; captures and crops while the effect is 0
 // (or none) get 0; none of them makes a task.
 TEST_F(QueueTest, CallsThatNeverReachTheWorker) {

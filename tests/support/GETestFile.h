@@ -11,6 +11,8 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -39,18 +41,8 @@ inline bool GETestWriteFile(const std::string& path, const GETestBytes& bytes) {
 
 // The whole file; empty when it cannot be read.
 inline GETestBytes GETestReadFile(const std::string& path) {
-    GETestBytes out;
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) {
-        return out;
-    }
-    unsigned char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) {
-        out.insert(out.end(), buf, buf + n);
-    }
-    fclose(f);
-    return out;
+    std::ifstream f(path, std::ios::binary);
+    return GETestBytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 // Little-endian fields; Put32 grows the buffer when needed.
@@ -80,18 +72,19 @@ inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETe
     GETestBytes b(54 + gap, 0);
     b[0] = 'B';
     b[1] = 'M';
-    GETestPut32(&b, 2, (uint32_t)(54 + gap + pixels.size()));
-    GETestPut32(&b, 6, 0x4C504D54);  // "TMPL"
-    GETestPut32(&b, 10, (uint32_t)(54 + gap));
-    GETestPut32(&b, 14, 40);
-    GETestPut32(&b, 18, (uint32_t)w);
-    GETestPut32(&b, 22, (uint32_t)h);
-    b[26] = 1;
-    b[28] = (unsigned char)bits;
-    b[29] = (unsigned char)(bits >> 8);
-    GETestPut32(&b, 34, (uint32_t)pixels.size());
-    GETestPut32(&b, 38, 2835);
-    GETestPut32(&b, 42, 2835);
+    const uint32_t fields[][2] = {{2, (uint32_t)(54 + gap + pixels.size())},
+                                  {6, 0x4C504D54},  // "TMPL"
+                                  {10, (uint32_t)(54 + gap)},
+                                  {14, 40},
+                                  {18, (uint32_t)w},
+                                  {22, (uint32_t)h},
+                                  {26, 1 | bits << 16},
+                                  {34, (uint32_t)pixels.size()},
+                                  {38, 2835},
+                                  {42, 2835}};
+    for (const auto& f : fields) {
+        GETestPut32(&b, f[0], f[1]);
+    }
     for (size_t i = 0; i < gap; ++i) {
         b[54 + i] = (unsigned char)(0xC0 + i);
     }

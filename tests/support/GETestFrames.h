@@ -1,10 +1,6 @@
-// Semi-planar frames for the tests, camera buffers in shared memory, and the
-// colour formulas that expected outputs are worked out from. Header only and
-// free of the library's code, so that the dlopen test can use it too.
-//
-//     SPImage in = SPImage::Pattern(64, 32);
-//     ... the pipeline turns `in` into the planes y, uv ...
-//     EXPECT_EQ(0, CompareToFormula(in, y, uv, Identity, Bloom, 1.0, "bloom"));
+// Semi-planar frames, camera buffers in shared memory, and the colour
+// formulas that expected outputs are worked out from. Free of the library's
+// code, so that the dlopen test can use it too.
 #ifndef POSTEFFECT_TESTS_GETESTFRAMES_H
 #define POSTEFFECT_TESTS_GETESTFRAMES_H
 

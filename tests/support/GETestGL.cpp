@@ -57,7 +57,6 @@ GETestTarget::GETestTarget(int w, int h, GLuint tex)
     glGenFramebuffers(1, &m_nFbo);
     glBindFramebuffer(GL_FRAMEBUFFER, m_nFbo);
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, m_nTex, 0);
-    m_bComplete = glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
     glViewport(0, 0, w, h);
 }
 
@@ -98,48 +97,4 @@ std::vector<unsigned char> GETestReadTexture(GLuint tex, int w, int h) {
     glBindFramebuffer(GL_FRAMEBUFFER, (GLuint)oldFbo);
     glDeleteFramebuffers(1, &fbo);
     return pixels;
-}
-
-std::vector<unsigned char> GETestSampleTexture(GLuint tex, int w, int h) {
-    // Fragment (x + 0.5, y + 0.5) reads the centre of texel (x, y).
-    const char* src[2] = {
-        "attribute vec4 a_pos;\nvoid main() { gl_Position = a_pos; }\n",
-        "precision highp float;\nuniform sampler2D s_tex;\nuniform vec2 u_size;\n"
-        "void main() { gl_FragColor = texture2D(s_tex, gl_FragCoord.xy / u_size); }\n"};
-    const GLuint prog = glCreateProgram();
-    for (int i = 0; i < 2; ++i) {
-        const GLuint shader = glCreateShader(i ? GL_FRAGMENT_SHADER : GL_VERTEX_SHADER);
-        glShaderSource(shader, 1, &src[i], nullptr);
-        glCompileShader(shader);
-        glAttachShader(prog, shader);
-        glDeleteShader(shader);
-    }
-    glBindAttribLocation(prog, 0, "a_pos");
-    glLinkProgram(prog);
-    std::vector<unsigned char> out;
-    {
-        GETestTarget target(w, h);
-        target.Fill(0.5f, 0.5f, 0.5f, 0.5f);  // poison: every pixel must be drawn
-        glBindTexture(GL_TEXTURE_2D, tex);
-        GLint filters[2];
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &filters[0]);
-        glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, &filters[1]);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
-        glUseProgram(prog);
-        glUniform1i(glGetUniformLocation(prog, "s_tex"), 0);
-        glUniform2f(glGetUniformLocation(prog, "u_size"), (float)w, (float)h);
-        const GLfloat pos[] = {-1, -1, 1, -1, -1, 1, 1, 1};
-        glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, pos);
-        glEnableVertexAttribArray(0);
-        glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
-        glDisableVertexAttribArray(0);
-        glUseProgram(0);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filters[0]);
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filters[1]);
-        out = target.Read();
-    }
-    glDeleteProgram(prog);
-    EXPECT_EQ((GLenum)GL_NO_ERROR, glGetError());
-    return out;
 }

@@ -5,9 +5,8 @@
 //   one per test and clears pending GL errors first;
 // - GETestTarget: a framebuffer over a w x h RGBA texture of its own or the
 //   caller's, bound with a w x h viewport while it lives, to fill and read;
-// - GETestReadTexture / GETestSampleTexture: a texture's texels read through
-//   a framebuffer, or as a shader samples them (nearest, at their centres):
-//   RGBA, rows bottom first.
+// - GETestReadTexture: a colour-renderable texture's texels read through a
+//   framebuffer: RGBA, rows bottom first.
 #ifndef POSTEFFECT_TESTS_GETESTGL_H
 #define POSTEFFECT_TESTS_GETESTGL_H
 
@@ -41,8 +40,6 @@ class GETestTarget {
 public:
     GETestTarget(int w, int h, GLuint tex = 0);  // tex 0: a texture of its own
     ~GETestTarget();
-    bool Complete() const { return m_bComplete; }
-    GLuint Fbo() const { return m_nFbo; }
     void Bind();
     // Clears the whole target to one colour.
     void Fill(float r, float g, float b, float a);
@@ -53,10 +50,9 @@ private:
     GETestTarget& operator=(const GETestTarget&) = delete;
     int m_nW, m_nH;
     GLuint m_nTex, m_nFbo = 0;
-    bool m_bOwnTex, m_bComplete = false;
+    bool m_bOwnTex;
 };
 
 std::vector<unsigned char> GETestReadTexture(GLuint tex, int w, int h);
-std::vector<unsigned char> GETestSampleTexture(GLuint tex, int w, int h);
 
 #endif

@@ -81,10 +81,6 @@ public:
     bool HasExact(int priority, const std::string& tag, const std::string& text) const {
         return Has(priority, tag, text, true);
     }
-    void Clear() {
-        std::lock_guard<std::mutex> lock(s_lock);
-        s_pLines->clear();
-    }
     // Every line, one per row, for failure messages.
     std::string Dump() const {
         std::string out;
