@@ -23,7 +23,7 @@ cd "$build"
 ctest --output-on-failure --no-tests=error
 
 # Say which row functions the frame functions ran on, and insist on NEON.
-path=$(qemu-aarch64 -L "$sysroot" tests/convert/test_convert_rows \
+path=$(qemu-aarch64 -L "$sysroot" tests/convert/test_convert \
     --gtest_filter='ConvertActiveRows.*:ConvertSimdRows.EachMatchesItsPortableTwin' |
     grep -E '^\[ +(path|variants) +\]')
 echo "$path"

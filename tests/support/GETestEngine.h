@@ -1,7 +1,7 @@
-// Helpers of the engine and effect tests: the plug-in's side of a capture (a
-// converter callback that serves tiles of a semi-planar image and records
-// what it was asked for), an effect manager that shows its state, and a
-// manager brought up over a graphics buffer as the plug-in brings it up.
+// Helpers of the engine and effect tests: the plug-in's side of a capture
+// (a converter that serves tiles of a semi-planar image and records what it
+// was asked for), an effect manager that shows its state, and a manager
+// brought up over a graphics buffer as the plug-in brings it up.
 //
 //     ManagerRig rig;                          // EGL up, a 64 x 32 buffer
 //     ASSERT_TRUE(rig.Init(64, 32));
@@ -45,10 +45,10 @@ inline std::string ToString(const std::vector<Rect>& rects) {
     return s.str();
 }
 
-// The plug-in's side of a capture: each tile is converted from `img` into
-// the effect's texture as the plug-in's convertRect does, then `clean` runs
-// so that the GPU sees it. Every rectangle must lie inside the image and fit
-// the destination. Without an image the calls are only recorded.
+// Each tile is converted from `img` into the effect's texture as the
+// plug-in's convertRect does, then `clean` runs so that the GPU sees it;
+// every rectangle must lie inside the image and fit the destination.
+// Without an image the calls are only recorded.
 class TileServer : public IYUVConverter {
 public:
     struct Call {
@@ -159,11 +159,12 @@ public:
         out.resize(n * 3 / 2);
         return out;
     }
-    // The kGuard bytes behind the first `n` of `out` are still poison.
-    static void ExpectGuards(const std::vector<unsigned char>& out, size_t n) {
+    // The kGuard bytes behind the first `n` of `out` are still `poison`.
+    static void ExpectGuards(const std::vector<unsigned char>& out, size_t n,
+                             unsigned char poison = kPoison) {
         ASSERT_EQ(n + kGuard, out.size());
         for (size_t i = n; i < out.size(); ++i) {
-            ASSERT_EQ(kPoison, out[i]) << "guard byte " << i - n;
+            ASSERT_EQ(poison, out[i]) << "guard byte " << i - n;
         }
     }
 

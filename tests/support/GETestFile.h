@@ -1,15 +1,20 @@
-// Byte buffers and files for tests: deterministic byte patterns, whole-file
-// reads and writes (device paths such as "/data/x" resolve on the host as the
-// library's own do), little-endian fields, and BMP files in the layout the
-// library reads.
+// Byte buffers, files and the environment for tests: deterministic byte
+// patterns, whole-file reads and writes (device paths such as "/data/x"
+// resolve on the host as the library's own do), little-endian fields, BMP
+// files in the layout the library reads, and variables set for a scope.
 #ifndef POSTEFFECT_TESTS_GETESTFILE_H
 #define POSTEFFECT_TESTS_GETESTFILE_H
 
+#include <gtest/gtest.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -38,18 +43,8 @@ inline bool GETestWriteFile(const std::string& path, const GETestBytes& bytes) {
 
 // The whole file; empty when it cannot be read.
 inline GETestBytes GETestReadFile(const std::string& path) {
-    GETestBytes out;
-    FILE* f = fopen(path.c_str(), "rb");
-    if (!f) {
-        return out;
-    }
-    unsigned char buf[4096];
-    size_t n;
-    while ((n = fread(buf, 1, sizeof(buf), f)) > 0) {
-        out.insert(out.end(), buf, buf + n);
-    }
-    fclose(f);
-    return out;
+    std::ifstream f(path, std::ios::binary);
+    return GETestBytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 // Little-endian fields; Put32 grows the buffer when needed.
@@ -79,18 +74,19 @@ inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETe
     GETestBytes b(54 + gap, 0);
     b[0] = 'B';
     b[1] = 'M';
-    GETestPut32(&b, 2, (uint32_t)(54 + gap + pixels.size()));
-    GETestPut32(&b, 6, 0x4C504D54);  // "TMPL"
-    GETestPut32(&b, 10, (uint32_t)(54 + gap));
-    GETestPut32(&b, 14, 40);
-    GETestPut32(&b, 18, (uint32_t)w);
-    GETestPut32(&b, 22, (uint32_t)h);
-    b[26] = 1;
-    b[28] = (unsigned char)bits;
-    b[29] = (unsigned char)(bits >> 8);
-    GETestPut32(&b, 34, (uint32_t)pixels.size());
-    GETestPut32(&b, 38, 2835);
-    GETestPut32(&b, 42, 2835);
+    const uint32_t fields[][2] = {{2, (uint32_t)(54 + gap + pixels.size())},
+                                  {6, 0x4C504D54},  // "TMPL"
+                                  {10, (uint32_t)(54 + gap)},
+                                  {14, 40},
+                                  {18, (uint32_t)w},
+                                  {22, (uint32_t)h},
+                                  {26, 1 | bits << 16},
+                                  {34, (uint32_t)pixels.size()},
+                                  {38, 2835},
+                                  {42, 2835}};
+    for (const auto& f : fields) {
+        GETestPut32(&b, f[0], f[1]);
+    }
     for (size_t i = 0; i < gap; ++i) {
         b[54 + i] = (unsigned char)(0xC0 + i);
     }
@@ -98,6 +94,54 @@ inline GETestBytes GETestMakeBmp(int32_t w, int32_t h, unsigned bits, const GETe
     b.resize(54 + gap + pixels.size());
     std::copy(pixels.begin(), pixels.end(), b.begin() + (ptrdiff_t)(54 + gap));
     return b;
+}
+
+// Sets (or, with null, clears) an environment variable for one scope.
+class GETestEnv {
+public:
+    GETestEnv(const char* name, const char* value) : m_name(name) {
+        const char* old = getenv(name);
+        m_bHad = old != nullptr;
+        m_old = m_bHad ? old : "";
+        value ? setenv(name, value, 1) : unsetenv(name);
+    }
+    ~GETestEnv() { m_bHad ? setenv(m_name.c_str(), m_old.c_str(), 1) : unsetenv(m_name.c_str()); }
+
+private:
+    GETestEnv(const GETestEnv&) = delete;
+    GETestEnv& operator=(const GETestEnv&) = delete;
+    std::string m_name, m_old;
+    bool m_bHad;
+};
+
+// A fresh folder under /tmp, removed with its contents at the end.
+class GETestTempDir {
+public:
+    GETestTempDir() {
+        char tmpl[] = "/tmp/posteffect-test-XXXXXX";
+        m_path = mkdtemp(tmpl) ? tmpl : "";
+        EXPECT_FALSE(m_path.empty()) << "mkdtemp failed";
+    }
+    ~GETestTempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(m_path, ec);
+    }
+    std::string Path(const std::string& name) const { return m_path + "/" + name; }
+    const std::string& Dir() const { return m_path; }
+
+private:
+    GETestTempDir(const GETestTempDir&) = delete;
+    GETestTempDir& operator=(const GETestTempDir&) = delete;
+    std::string m_path;
+};
+
+// Whether text holds part, for EXPECT_TRUE and EXPECT_FALSE (a failure shows
+// the text).
+inline ::testing::AssertionResult GETestContains(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) {
+        return ::testing::AssertionSuccess() << "\"" << part << "\" is in:\n" << text;
+    }
+    return ::testing::AssertionFailure() << "\"" << part << "\" is not in:\n" << text;
 }
 
 #endif

@@ -1,21 +1,19 @@
-// Semi-planar frames for the tests, camera buffers in shared memory, and the
-// colour formulas that expected outputs are worked out from. Header only and
-// free of the library's code, so that the dlopen test can use it too.
-//
-//     SPImage in = SPImage::Pattern(64, 32);
-//     ... the pipeline turns `in` into the planes y, uv ...
-//     EXPECT_EQ(0, CompareToFormula(in, y, uv, Identity, Bloom, 1.0, "bloom"));
+// Semi-planar frames, camera buffers in shared memory, and the colour
+// formulas that expected outputs are worked out from. Free of the library's
+// code, so that the dlopen test can use it too.
 #ifndef POSTEFFECT_TESTS_GETESTFRAMES_H
 #define POSTEFFECT_TESTS_GETESTFRAMES_H
 
 #include <gtest/gtest.h>
 #include <math.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace getest {
@@ -55,18 +53,54 @@ struct SPImage {
         }
         return img;
     }
-    // Greys: luma f(x, y), chroma 128.
-    static SPImage Grey(int w, int h, const std::function<int(int, int)>& f) {
+    // Luma f(x, y); each block's chroma pair c(bx, by) (V, U), or 128.
+    static SPImage Grey(int w, int h, const std::function<int(int, int)>& f,
+                        const std::function<std::pair<int, int>(int, int)>& c = nullptr) {
         SPImage img(w, h);
         for (int r = 0; r < h; ++r) {
             for (int x = 0; x < w; ++x) {
                 img.data[(size_t)r * w + x] = (unsigned char)f(x, r);
+                if (r % 2 == 0 && x % 2 == 0) {
+                    const std::pair<int, int> vu = c ? c(x / 2, r / 2) : std::make_pair(128, 128);
+                    img.UVPlane()[(size_t)r / 2 * w + x] = (unsigned char)vu.first;
+                    img.UVPlane()[(size_t)r / 2 * w + x + 1] = (unsigned char)vu.second;
+                }
             }
         }
-        memset(img.UVPlane(), 128, (size_t)w * (h / 2));
         return img;
     }
 };
+
+// Input pictures for the effect tables. PatternImage: Pattern(w, h).
+// GreyRamp: greys (4 x + 9 y) mod 256, every level from black to white.
+// Smooth, SmoothAlongX, SmoothAlongY: luma that rises and falls by 2 a pixel
+// along both axes, or along one only (40 to 160), chroma drifting slowly:
+// no step between neighbours larger than 2.
+inline SPImage PatternImage(int w, int h) {
+    return SPImage::Pattern(w, h);
+}
+inline SPImage GreyRamp(int w, int h) {
+    return SPImage::Grey(w, h, [](int x, int y) { return (x * 4 + y * 9) % 256; });
+}
+inline SPImage SmoothImage(int w, int h, bool alongX, bool alongY) {
+    return SPImage::Grey(
+        w, h,
+        [=](int x, int y) {
+            return 40 + (alongX ? 2 * abs(x % 80 - 40) : 0) + (alongY ? 2 * abs(y % 40 - 20) : 0);
+        },
+        [=](int bx, int by) {
+            return std::make_pair(alongX ? 100 + bx / 4 : 110, alongY ? 150 - by / 2 : 140);
+        });
+}
+inline SPImage Smooth(int w, int h) {
+    return SmoothImage(w, h, true, true);
+}
+inline SPImage SmoothAlongX(int w, int h) {
+    return SmoothImage(w, h, true, false);
+}
+inline SPImage SmoothAlongY(int w, int h) {
+    return SmoothImage(w, h, false, true);
+}
 
 // What the CPU expansion writes for `img`: (Y, V, U, 255) per pixel, rows of
 // `stride` pixels.

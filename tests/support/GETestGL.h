@@ -1,10 +1,14 @@
 // GL helpers for tests:
 // - GETestEGL / GLTest: an EGL context brought up the way the worker does it
-//   (default display, a 1 x 1 pbuffer, an OpenGL ES 2 context), current on the
-//   calling thread and published in g_eglDisplay / g_eglContext;
-// - GETestTarget: a framebuffer to render into, clear or paint, and read back;
-// - GETestReadTexture / GETestSampleTexture: a texture's texels, read through
-//   a framebuffer or as a sampling shader sees them.
+//   (default display, 1 x 1 pbuffer, OpenGL ES 2), current on the calling
+//   thread and published in g_eglDisplay / g_eglContext; GLTest makes a fresh
+//   one per test and clears pending GL errors first;
+// - GETestTarget: a framebuffer over a w x h RGBA texture of its own or the
+//   caller's, bound with a w x h viewport while it lives, to fill and read;
+// - GETestReadTexture: a colour-renderable texture's texels read through a
+//   framebuffer: RGBA, rows bottom first;
+// - GETestSampleTexture: any texture's texels as a sampling shader sees them
+//   (luminance ones too).
 #ifndef POSTEFFECT_TESTS_GETESTGL_H
 #define POSTEFFECT_TESTS_GETESTGL_H
 
@@ -27,8 +31,6 @@ private:
     bool m_bOk = false;
 };
 
-// A fixture with a fresh context per test; pending GL errors are cleared
-// before the test body runs.
 class GLTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -36,46 +38,27 @@ protected:
     GETestEGL* m_pEGL = nullptr;
 };
 
-// A framebuffer over a w x h RGBA texture of its own, or over the caller's
-// texture `tex` (not owned). Construction leaves it bound with a w x h
-// viewport; destruction binds framebuffer 0.
 class GETestTarget {
 public:
-    GETestTarget(int w, int h);
-    GETestTarget(GLuint tex, int w, int h);
+    GETestTarget(int w, int h, GLuint tex = 0);  // tex 0: a texture of its own
     ~GETestTarget();
-
-    bool Complete() const { return m_bComplete; }
-    GLuint Fbo() const { return m_nFbo; }
-    GLuint Tex() const { return m_nTex; }
-    // Binds the framebuffer and sets the viewport to the whole target.
     void Bind();
-    // Clears the whole target, or the rectangle (x, y, w, h) through the
-    // scissor, to one colour; does not wait for the GPU.
+    // Clears the whole target to one colour.
     void Fill(float r, float g, float b, float a);
-    void Fill(int x, int y, int w, int h, float r, float g, float b, float a);
-    // The target's RGBA bytes, rows bottom first, after waiting for the GPU.
     std::vector<unsigned char> Read();
 
 private:
     GETestTarget(const GETestTarget&) = delete;
     GETestTarget& operator=(const GETestTarget&) = delete;
-    void Attach();
-
     int m_nW, m_nH;
-    GLuint m_nTex = 0, m_nFbo = 0;
-    bool m_bOwnTex = false;
-    bool m_bComplete = false;
+    GLuint m_nTex, m_nFbo = 0;
+    bool m_bOwnTex;
 };
 
-// Reads back the RGBA texels of texture `tex` (w x h) through a temporary
-// framebuffer; the caller's framebuffer binding is kept.
 std::vector<unsigned char> GETestReadTexture(GLuint tex, int w, int h);
-
-// Texels (0, 0) to (w - 1, h - 1) of `tex` as a shader samples them at their
-// centres with nearest filtering (the texture's filters are restored),
-// drawn one texel per pixel into a w x h target: RGBA, rows bottom first.
-// Framebuffer 0 is bound afterwards.
+// The w x h texels of a texture sampled at their centres with nearest
+// filtering (its filters are restored), one texel per pixel of a target:
+// RGBA, rows bottom first.
 std::vector<unsigned char> GETestSampleTexture(GLuint tex, int w, int h);
 
 #endif

@@ -11,21 +11,18 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "GETestFile.h"
 #include "GETestGL.h"
-#include "ToolTestUtil.h"
 #include "gl/GLTexture.h"
 #include "lookbmp.h"
 #include "lookimport.h"
 #include "lookscli.h"
 #include "looksource.h"
 #include "looksroot.h"
-
-using tooltest::Contains;
-using tooltest::Exists;
-using tooltest::TempDir;
 
 namespace {
 
@@ -138,7 +135,7 @@ TEST(LooksReaders, GoodFilesGiveTheirCurvesAndBadOnesOneReason) {
         const bool ok = Read(c.kind, c.text, c.in, out, &err);
         ASSERT_EQ(c.error == nullptr, ok) << err;
         if (c.error) {
-            EXPECT_TRUE(Contains(err, c.error));
+            EXPECT_TRUE(GETestContains(err, c.error));
             continue;
         }
         for (int ch = 0; ch < 3; ++ch) {
@@ -203,7 +200,7 @@ protected:
 // channels are the ones the effects read for each authored colour, rows land
 // where t reads them, 8 and 16 bits come through.
 TEST_F(LooksGLTest, WrittenImagesReadBackAsTheEffectsReadThem) {
-    TempDir dir;
+    GETestTempDir dir;
     const unsigned RGB = GL_RGB, UB = GL_UNSIGNED_BYTE;
     const struct {
         const char* source;
@@ -319,7 +316,7 @@ TEST_F(LooksGLTest, ShippedImagesServeEveryRowTheEffectsRead) {
 // posteffect-looks in one process: its exit code, one line on stderr, and
 // the outputs, all or nothing, an existing file left as it was on failure.
 TEST(LooksCli, FailuresLeaveNoOutput) {
-    TempDir dir;
+    GETestTempDir dir;
     std::string err;
     const std::string acv = Acv({{0, 0, 255, 255}, {0, 0, 128, 64, 255, 255}});
     ASSERT_TRUE(WriteFileBytes(dir.Path("cut.acv"), (const uint8_t*)acv.data(), 15, &err));
@@ -360,7 +357,7 @@ TEST(LooksCli, FailuresLeaveNoOutput) {
         text.resize(fread(&text[0], 1, text.size(), streams[1]));
         fclose(streams[0]), fclose(streams[1]);
         if (c.error) {
-            EXPECT_TRUE(Contains(text, c.error));
+            EXPECT_TRUE(GETestContains(text, c.error));
             EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n')) << text;
         }
         std::vector<std::string> names;
@@ -385,7 +382,7 @@ TEST(LooksCli, FailuresLeaveNoOutput) {
 // base's other images and overrides still there (but not an override the
 // folder replaces), data/ shared, and everything gone afterwards.
 TEST(LooksRootTest, FolderImagesReplaceTheBuiltOnes) {
-    TempDir base, mine;
+    GETestTempDir base, mine;
     std::string err;
     for (const char* sub :
          {"system", "system/media", "system/media/GPU", "sdcard", "sdcard/quandor", "data"}) {
@@ -420,9 +417,9 @@ TEST(LooksRootTest, FolderImagesReplaceTheBuiltOnes) {
             EXPECT_EQ(f.text ? f.text : "", std::string(bytes.begin(), bytes.end())) << f.path;
         }
         put(root + "/data/dump.bmp", "dump");
-        EXPECT_TRUE(Exists(base.Path("data/dump.bmp")));
+        EXPECT_TRUE(std::filesystem::exists(base.Path("data/dump.bmp")));
         EXPECT_FALSE(looks.Make(base.Dir(), base.Dir(), &err));
-        EXPECT_TRUE(Contains(err, "no .bmp files"));
+        EXPECT_TRUE(GETestContains(err, "no .bmp files"));
     }
     EXPECT_STREQ("/elsewhere", getenv("POSTEFFECT_ROOT"));
     struct stat st;
