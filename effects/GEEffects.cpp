@@ -19,25 +19,25 @@ GEShader* Create() {
 }
 
 const GEEffectEntry s_table[GE_EFFECT_COUNT] = {
-    {nullptr, nullptr},                          // 0: no effect
-    {"GEShaderVintage", nullptr},                // 1
-    {"GEShaderDoF", nullptr},                    // 2
-    {"GEShaderFisheye", nullptr},                // 3
-    {"GEShaderVignette", nullptr},               // 4
-    {"GEShaderDot", nullptr},                    // 5
-    {"GEShaderContrast", nullptr},               // 6
-    {"GEShaderTS", nullptr},                     // 7
-    {"GEShaderMirror", Create<GEShaderMirror>},  // 8
-    {"GEShaderBloom", Create<GEShaderBloom>},    // 9
-    {"GEShaderWhiteboard", nullptr},             // 10
-    {"GEShaderStylizeMaple", nullptr},           // 11
-    {"GEShaderStylizeNash", nullptr},            // 12
-    {"GEShaderTwoToneMaskV", nullptr},           // 13
-    {"GEShaderTwoToneMaskH", nullptr},           // 14
-    {"GEShaderSplitToningCM", nullptr},          // 15
-    {"GEShaderSplitToningSC", nullptr},          // 16
-    {"GEShaderSketch", nullptr},                 // 17
-    {"GEShaderColorSketch", nullptr},            // 18
+    {nullptr, nullptr},                                        // 0: no effect
+    {"GEShaderVintage", Create<GEShaderVintage>},              // 1
+    {"GEShaderDoF", nullptr},                                  // 2
+    {"GEShaderFisheye", nullptr},                              // 3
+    {"GEShaderVignette", nullptr},                             // 4
+    {"GEShaderDot", nullptr},                                  // 5
+    {"GEShaderContrast", Create<GEShaderContrast>},            // 6
+    {"GEShaderTS", nullptr},                                   // 7
+    {"GEShaderMirror", Create<GEShaderMirror>},                // 8
+    {"GEShaderBloom", Create<GEShaderBloom>},                  // 9
+    {"GEShaderWhiteboard", Create<GEShaderWhiteboard>},        // 10
+    {"GEShaderStylizeMaple", Create<GEShaderStylizeMaple>},    // 11
+    {"GEShaderStylizeNash", Create<GEShaderStylizeNash>},      // 12
+    {"GEShaderTwoToneMaskV", Create<GEShaderTwoToneMaskV>},    // 13
+    {"GEShaderTwoToneMaskH", Create<GEShaderTwoToneMaskH>},    // 14
+    {"GEShaderSplitToningCM", Create<GEShaderSplitToningCM>},  // 15
+    {"GEShaderSplitToningSC", Create<GEShaderSplitToningSC>},  // 16
+    {"GEShaderSketch", nullptr},                               // 17
+    {"GEShaderColorSketch", nullptr},                          // 18
 };
 
 }  // namespace

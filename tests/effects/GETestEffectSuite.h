@@ -71,6 +71,10 @@ inline RGB Source(const At& a) {
     return SourceAt(a.in, a.x, a.y);
 }
 
+// The look-up images the look effects read, with the contents their pixel
+// rows work from (test_effects_looks.cpp).
+void LookLookUps(const GETestRoot& root);
+
 struct EffectRow {
     EffectSetup setup;
     SPImage (*input)(int w, int h);
@@ -86,8 +90,11 @@ struct SeamRow {
 inline GEShader* NewEffect(unsigned effect) {
     return effect == kBypass ? new GEShaderBypass() : GEEffectLookUp(effect)->pfnCreate();
 }
-// The effect's class name, which is its log tag.
+// The effect's log tag: its class name, but for Split toning Mono.
 inline const char* EffectTag(unsigned effect) {
+    if (effect == 15) {
+        return "GEShaderSplitToning";  // Split toning Mono logs under the family's name
+    }
     return effect == kBypass ? "GEShaderBypass" : GEEffectLookUp(effect)->szName;
 }
 

@@ -59,6 +59,15 @@ const SeamRow kSeamRows[] = {
     {{"mirror portrait", 8, {}, {}, nullptr}, SmoothAlongX},
     {{"mirror landscape", 8, {1, 0, 0, 0}, {}, nullptr}, SmoothAlongY},
     {{"bloom", 9, {}, {}, nullptr}, Smooth},
+    {{"vintage", 1, {}, {}, LookLookUps}, Smooth},
+    {{"contrast", 6, {}, {}, LookLookUps}, Smooth},
+    {{"whiteboard", 10, {}, {}, LookLookUps}, Smooth},
+    {{"stylize maple", 11, {}, {}, LookLookUps}, Smooth},
+    {{"stylize nash", 12, {}, {}, LookLookUps}, Smooth},
+    {{"two-tone V", 13, {}, {}, LookLookUps}, Smooth},
+    {{"two-tone H", 14, {}, {}, LookLookUps}, Smooth},
+    {{"split mono", 15, {50, 0, 0, 0}, {}, LookLookUps}, Smooth},
+    {{"split color", 16, {}, {}, LookLookUps}, Smooth},
 };
 
 TEST(EffectSeams, EveryEffectCapturesWithoutSeams) {

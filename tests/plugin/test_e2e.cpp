@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "GETestFrames.h"
+#include "GETestRoot.h"
 #include "harness.h"
 
 using android::String8;
@@ -269,6 +270,47 @@ TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
     EXPECT_EQ(0, effect->stop());
     EXPECT_EQ(1, effect->setParameters(String8("GPU-effect=9")));  // after stop
     lib.Destroy(effect);
+}
+
+// A look-up image that is missing, then damaged, makes the effect's bring-up
+// fail cleanly: the frame's caller gets 2 and the capture's 3, with the
+// camera's bytes untouched; once the file is there the next frame works.
+TEST_F(EndToEnd, MissingLookUpImagesFailCleanlyUntilTheyAppear) {
+    GETestRoot root;
+    auto put = [&root](const char* name, int bits) {
+        root.PutBmp(name, 8, 4, (unsigned)bits, [](int x, int y, unsigned char* t) {
+            t[0] = t[1] = t[2] = (unsigned char)(x * 30 + y);
+        });
+    };
+    for (const char* curve : {"CurveCross.bmp", "CurveCold.bmp", "CurveSepia.bmp"}) {
+        put(curve, 24);
+    }
+    put("mask_vignette_legacy.bmp", 8);  // CurveWarm.bmp is missing
+    Loaded loaded;
+    IPostEffect* effect = loaded.lib.Create();
+    ASSERT_EQ(0, effect->start());
+    ASSERT_EQ(0, effect->setParameters(String8("GPU-effect=1")));
+    ASSERT_EQ(0, effect->startPreview(kW, kH));
+    const SPImage in = SPImage::Pattern(kW, kH, 9);
+    CameraBuffer frame(in.data.size());
+    CameraBuffer capture(in.data.size());
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        memcpy(frame.Base(), in.data.data(), in.data.size());
+        memcpy(capture.Base(), in.data.data(), in.data.size());
+        EXPECT_EQ(2, effect->handlePreview(frame.Fd(), frame.Base(), 0)) << attempt;
+        EXPECT_EQ(3, effect->handleCapture(kW, kH, capture.Fd(), capture.Base(), 0, kW * kH));
+        EXPECT_EQ(in.data, frame.Bytes());
+        EXPECT_EQ(in.data, capture.Bytes());
+        // Then a file that is there but no image.
+        root.Put("CurveWarm.bmp", {'B', 'X', 1, 2, 3});
+    }
+    put("CurveWarm.bmp", 24);
+    ASSERT_EQ(0, effect->handlePreview(frame.Fd(), frame.Base(), 0));
+    EXPECT_NE(in.data, frame.Bytes());
+    ASSERT_EQ(0, effect->handleCapture(kW, kH, capture.Fd(), capture.Base(), 0, kW * kH));
+    EXPECT_EQ(frame.Bytes(), capture.Bytes());  // one tile: the preview's picture
+    EXPECT_EQ(0, effect->stop());
+    loaded.lib.Destroy(effect);
 }
 
 }  // namespace
