@@ -34,8 +34,18 @@
 //   the same size, and glReadPixels of it, on a context brought up like the
 //   worker's.
 //
+// Bare/WxH, BareBlur/WxH: the bare pipelines of bare_pipeline.h, with the
+//   pass structure of a one-pass effect's frame and of the blur family's,
+//   written straight against GL: what a frame costs without the library.
+// Expand/4000x3000: the CPU expansion of a whole capture; a capture's bare
+//   cost is its tiles' bare cost plus one expansion.
+// Switch/EFFECT/1280x720: with Bloom running, the camera switches to the
+//   effect (setParameters, which brings the effect up at once) and sends the
+//   next frame; against a steady frame of the same effect.
+//
 // After the runs, a summary gives the median milliseconds of each and their
-// ratios to the floor of the same size and to Bloom's time.
+// ratios to the floors of the same size (the old floor: one upload, one
+// draw, one readback; the bare pipelines) and to Bloom's time.
 #include <GLES2/gl2.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -52,6 +62,7 @@
 #include <benchmark/benchmark.h>
 #include <gralloc_priv.h>
 
+#include "bare_pipeline.h"
 #include "effects/GEEffects.h"
 #include "engine/GEManager.h"
 #include "harness.h"
@@ -83,6 +94,11 @@ const char* const kEffectNames[GE_EFFECT_COUNT] = {
 
 const char* EffectName(int n) {
     return kEffectNames[n];
+}
+
+// The "GPU-effect" code of an effect number.
+char EffectCode(int n) {
+    return n < 10 ? char('0' + n) : char('B' + (n - 10));
 }
 
 // The effects this build carries, Bloom and Mirror first.
@@ -476,10 +492,106 @@ void BM_Floor(benchmark::State& state, Size size) {
     delete pMan;
 }
 
+bool IsBlur(int n) {
+    return n == 2 || n == 7 || n == 17 || n == 18;
+}
+
+void BM_Bare(benchmark::State& state, Size size, BarePipeline::Kind kind) {
+    const std::string row =
+        std::string(kind == BarePipeline::kBlur ? "bareblur " : "bare ") + SizeName(size);
+    GEManager* pMan = new GEManager();  // a context like the worker's, current here
+    {
+        BarePipeline bare;
+        if (!bare.Init(size.nWidth, size.nHeight, kind)) {
+            delete pMan;
+            state.SkipWithError("bare pipeline set-up failed");
+            return;
+        }
+        std::vector<uint8_t> yuvx(size_t(size.nWidth) * size.nHeight * 4);
+        uint32_t x = 7;
+        for (uint8_t& b : yuvx) {
+            x = x * 1103515245u + 12345u;
+            b = uint8_t(x >> 24);
+        }
+        for (int i = 0; i < kWarmUpFrames; ++i) {
+            bare.Frame(yuvx.data());
+        }
+        for (auto _ : state) {
+            const double t0 = NowMs();
+            bare.Frame(yuvx.data());
+            const double dt = NowMs() - t0;
+            Samples()[row + "/bare"].push_back(dt);
+            state.SetIterationTime(dt / 1000.0);
+        }
+    }
+    delete pMan;
+}
+
+void BM_Expand(benchmark::State& state, Size size) {
+    const NV21Frame capture = MakeFrame(size);
+    std::vector<uint8_t> out(size_t(size.nWidth) * size.nHeight * 4);
+    for (auto _ : state) {
+        const double t0 = NowMs();
+        sp2yuvxs_any(out.data(), size.nWidth, size.nHeight, capture.Luma(), capture.Chroma(),
+                     size.nWidth, size.nHeight, 0, 0, size.nWidth, size.nHeight);
+        const double dt = NowMs() - t0;
+        Samples()["expand " + SizeName(size) + "/expand"].push_back(dt);
+        state.SetIterationTime(dt / 1000.0);
+    }
+}
+
+// With Bloom up, the camera switches to nEffect and sends a frame; then a
+// steady frame; then back to Bloom for the next round.
+void BM_Switch(benchmark::State& state, int nEffect, Size size) {
+    const std::string row = std::string(EffectName(nEffect)) + " switch";
+    PlugIn plugIn;
+    std::string err;
+    if (!plugIn.Start(kBloom, size, &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    const NV21Frame frame = MakeFrame(size);
+    SharedBuffer heap;
+    if (!heap.Alloc(frame.m_vData.size(), "bench-switch", &err)) {
+        state.SkipWithError(err.c_str());
+        return;
+    }
+    auto send = [&]() {
+        memcpy(heap.Base(), frame.m_vData.data(), frame.m_vData.size());
+        return plugIn.pEffect->handlePreview(heap.Fd(), heap.Base(), 0);
+    };
+    const std::string to = "GPU-effect=" + std::string(1, EffectCode(nEffect));
+    for (auto _ : state) {
+        plugIn.pEffect->setParameters(android::String8("GPU-effect=9"));
+        send();
+        const double t0 = NowMs();
+        plugIn.pEffect->setParameters(android::String8(to.c_str()));
+        const int rc = send();
+        const double t1 = NowMs();
+        send();
+        const double t2 = NowMs();
+        if (rc != 0) {
+            state.SkipWithError("the frame after the switch failed");
+            break;
+        }
+        Samples()[row + "/first"].push_back(t1 - t0);
+        Samples()[row + "/steady"].push_back(t2 - t1);
+        state.SetIterationTime((t1 - t0) / 1000.0);
+    }
+}
+
 void Register() {
     for (const Size& s : kPreviewSizes) {
         const std::string sz = SizeName(s);
         benchmark::RegisterBenchmark(("Floor/" + sz).c_str(), BM_Floor, s)
+            ->Iterations(kPreviewIterations)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("Bare/" + sz).c_str(), BM_Bare, s, BarePipeline::kOnePass)
+            ->Iterations(kPreviewIterations)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("BareBlur/" + sz).c_str(), BM_Bare, s, BarePipeline::kBlur)
             ->Iterations(kPreviewIterations)
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
@@ -500,6 +612,19 @@ void Register() {
         ->Iterations(kCaptureIterations * 2)
         ->UseManualTime()
         ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("Expand/" + SizeName(kCaptureSize)).c_str(), BM_Expand,
+                                 kCaptureSize)
+        ->Iterations(kCaptureIterations * 2)
+        ->UseManualTime()
+        ->Unit(benchmark::kMillisecond);
+    for (int e : Effects()) {
+        benchmark::RegisterBenchmark(
+            ("Switch/" + std::string(EffectName(e)) + "/" + SizeName(kPreviewSizes[0])).c_str(),
+            BM_Switch, e, kPreviewSizes[0])
+            ->Iterations(kCaptureIterations)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+    }
     // Captures in tiles of both preview sizes for Bloom and Mirror, of the
     // first for the others.
     for (const Size& tile : kPreviewSizes) {
@@ -548,10 +673,11 @@ void PrintSummary() {
         return it == Samples().end() ? -1.0 : Median(it->second);
     };
     printf(
-        "\nSummary (median ms per frame; x = ratio to the GL floor of the same size, "
-        "B = ratio to Bloom in this run)\n");
-    printf("\nPreview\n%-22s %7s %7s %7s %7s %8s %8s %8s %9s %9s %9s\n", "", "expand", "upload",
-           "render", "copy", "parts", "whole", "floor", "render/x", "whole/x", "whole/B");
+        "\nSummary (median ms per frame; x = ratio to the old GL floor of the same size, "
+        "b = to the bare pipeline of the effect's pass structure, B = to Bloom in this "
+        "run)\n");
+    printf("\nPreview\n%-22s %7s %7s %7s %7s %8s %8s %8s %8s %8s %8s %8s\n", "", "expand", "upload",
+           "render", "copy", "parts", "whole", "floor", "bare", "whole/x", "whole/b", "whole/B");
     for (const Size& s : kPreviewSizes) {
         const double floorMs = med("floor " + SizeName(s) + "/floor");
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(s) + "/whole");
@@ -562,22 +688,29 @@ void PrintSummary() {
             if (whole < 0 && render < 0) {
                 continue;
             }
-            printf("%-22s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
+            const double bare = med((IsBlur(e) ? "bareblur " : "bare ") + SizeName(s) + "/bare");
+            printf("%-22s %s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
                    Cell(med(row + "/expand"), 7, 2).c_str(),
                    Cell(med(row + "/upload"), 7, 2).c_str(), Cell(render, 7, 2).c_str(),
                    Cell(med(row + "/copy"), 7, 2).c_str(), Cell(med(row + "/parts"), 8, 2).c_str(),
-                   Cell(whole, 8, 2).c_str(), Cell(floorMs, 8, 2).c_str(),
-                   Ratio(render, floorMs, 9).c_str(), Ratio(whole, floorMs, 9).c_str(),
-                   Ratio(whole, bloomMs, 9).c_str());
+                   Cell(whole, 8, 2).c_str(), Cell(floorMs, 8, 2).c_str(), Cell(bare, 8, 2).c_str(),
+                   Ratio(whole, floorMs, 8).c_str(), Ratio(whole, bare, 8).c_str(),
+                   Ratio(whole, bloomMs, 8).c_str());
         }
     }
     const double floorMs = med("floor " + SizeName(kCaptureSize) + "/floor");
-    printf("\nCapture %s (GL floor %s ms)\n%-40s %8s %8s %13s %7s %8s %8s %9s %9s\n",
-           SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), "", "bringup", "fetch",
-           "gpu+blockcopy", "copy", "parts", "whole", "whole/x", "whole/B");
+    const double expandMs = med("expand " + SizeName(kCaptureSize) + "/expand");
+    printf(
+        "\nCapture %s (old GL floor %s ms, expansion %s ms; bare = tiles x bare tile + one "
+        "expansion)\n%-40s %8s %8s %13s %7s %8s %8s %8s %8s %8s\n",
+        SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), Cell(expandMs, 1, 2).c_str(),
+        "", "bringup", "fetch", "gpu+blockcopy", "copy", "parts", "whole", "bare", "whole/b",
+        "whole/B");
     for (const Size& tile : kPreviewSizes) {
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(kCaptureSize) +
                                    " /" + SizeName(tile) + "/whole");
+        const int tiles = ((kCaptureSize.nWidth + tile.nWidth - 1) / tile.nWidth) *
+                          ((kCaptureSize.nHeight + tile.nHeight - 1) / tile.nHeight);
         for (int e : Effects()) {
             const std::string row =
                 std::string(EffectName(e)) + " " + SizeName(kCaptureSize) + " /" + SizeName(tile);
@@ -585,14 +718,30 @@ void PrintSummary() {
             if (whole < 0 && med(row + "/parts") < 0) {
                 continue;
             }
-            printf("%-40s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
+            const double bareTile =
+                med((IsBlur(e) ? "bareblur " : "bare ") + SizeName(tile) + "/bare");
+            const double bare = bareTile < 0 || expandMs < 0 ? -1.0 : tiles * bareTile + expandMs;
+            printf("%-40s %s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
                    Cell(med(row + "/bringup"), 8, 1).c_str(),
                    Cell(med(row + "/fetch"), 8, 1).c_str(),
                    Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
                    Cell(med(row + "/copy"), 7, 1).c_str(), Cell(med(row + "/parts"), 8, 1).c_str(),
-                   Cell(whole, 8, 1).c_str(), Ratio(whole, floorMs, 9).c_str(),
-                   Ratio(whole, bloomMs, 9).c_str());
+                   Cell(whole, 8, 1).c_str(), Cell(bare, 8, 1).c_str(),
+                   Ratio(whole, bare, 8).c_str(), Ratio(whole, bloomMs, 8).c_str());
         }
+    }
+    printf(
+        "\nEffect switch at %s (Bloom running; the switch and its first frame, against a "
+        "steady frame)\n%-22s %8s %8s %8s\n",
+        SizeName(kPreviewSizes[0]).c_str(), "", "first", "steady", "extra");
+    for (int e : Effects()) {
+        const std::string row = std::string(EffectName(e)) + " switch";
+        const double first = med(row + "/first"), steady = med(row + "/steady");
+        if (first < 0) {
+            continue;
+        }
+        printf("%-22s %s %s %s\n", EffectName(e), Cell(first, 8, 1).c_str(),
+               Cell(steady, 8, 1).c_str(), Cell(first - steady, 8, 1).c_str());
     }
 }
 
