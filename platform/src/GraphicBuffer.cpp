@@ -8,6 +8,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <mutex>
+#include <vector>
+
 #include "GEHostState.h"
 
 namespace android {
@@ -27,6 +30,114 @@ void DecRef(android_native_base_t* base) {
 bool IsYUV(PixelFormat format) {
     return format == HAL_PIXEL_FORMAT_YCrCb_420_SP || format == HAL_PIXEL_FORMAT_YCbCr_422_SP ||
            format == HAL_PIXEL_FORMAT_YV12;
+}
+
+// The memory behind a buffer: a memfd mapped once, and its coherence record.
+struct Memory {
+    int fd = -1;
+    void* base = nullptr;
+    size_t bytes = 0;
+    gehost::HostBuffer* host = nullptr;
+};
+
+// Memory of buffers that went away, kept for the next buffer of the same
+// byte size, as a device's gralloc keeps freed pages in pools: mapping a
+// fresh memfd costs a page fault on the first touch of every page, and its
+// coherence record allocates a snapshot as large as the buffer. A camera
+// switching effects frees and allocates the same converter buffers each time.
+// The oldest memory goes first once more than kSpareBytes are kept.
+const size_t kSpareBytes = 48u << 20;
+
+std::vector<Memory>& Spares() {
+    static std::vector<Memory>* s_spares = new std::vector<Memory>();
+    return *s_spares;
+}
+
+std::mutex& SpareLock() {
+    static std::mutex s_lock;
+    return s_lock;
+}
+
+void Release(Memory* mem) {
+    if (mem->base != nullptr) {
+        munmap(mem->base, mem->bytes);
+    }
+    if (mem->fd >= 0) {
+        close(mem->fd);
+    }
+    delete mem->host;
+    *mem = Memory();
+}
+
+bool MapFresh(size_t bytes, Memory* mem) {
+    int fd = memfd_create("GraphicBuffer", MFD_CLOEXEC);
+    if (fd < 0) {
+        return false;
+    }
+    void* base = MAP_FAILED;
+    if (ftruncate(fd, (off_t)bytes) == 0) {
+        base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    }
+    if (base == MAP_FAILED) {
+        close(fd);
+        return false;
+    }
+    mem->fd = fd;
+    mem->base = base;
+    mem->bytes = bytes;
+    mem->host = new gehost::HostBuffer();
+    mem->host->snapshot.assign(bytes, 0);  // fresh memfd pages read as zero
+    return true;
+}
+
+// Spare memory of exactly `bytes`, zeroed like a fresh memfd, with a record
+// that agrees with it and is bound to nothing.
+bool TakeSpare(size_t bytes, Memory* mem) {
+    {
+        std::lock_guard<std::mutex> lock(SpareLock());
+        std::vector<Memory>& spares = Spares();
+        for (size_t i = spares.size(); i-- > 0;) {
+            if (spares[i].bytes == bytes) {
+                *mem = spares[i];
+                spares.erase(spares.begin() + (long)i);
+                break;
+            }
+        }
+    }
+    if (mem->base == nullptr) {
+        return false;
+    }
+    memset(mem->base, 0, bytes);
+    memset(mem->host->snapshot.data(), 0, bytes);
+    mem->host->bindings.clear();
+    return true;
+}
+
+// Keeps `mem` for a later buffer (and empties *mem), or leaves it for the
+// caller to release when it is too large to keep.
+void KeepSpare(Memory* mem) {
+    if (mem->bytes > kSpareBytes) {
+        return;
+    }
+    std::vector<Memory> evicted;
+    {
+        std::lock_guard<std::mutex> lock(SpareLock());
+        std::vector<Memory>& spares = Spares();
+        spares.push_back(*mem);
+        size_t total = 0;
+        for (const Memory& m : spares) {
+            total += m.bytes;
+        }
+        while (total > kSpareBytes) {
+            total -= spares.front().bytes;
+            evicted.push_back(spares.front());
+            spares.erase(spares.begin());
+        }
+    }
+    *mem = Memory();
+    for (Memory& m : evicted) {
+        Release(&m);
+    }
 }
 
 }  // namespace
@@ -51,18 +162,12 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
     if (bytes > (size_t)INT_MAX) {
         return;
     }
-    int fd = memfd_create("GraphicBuffer", MFD_CLOEXEC);
-    if (fd < 0) {
+    Memory mem;
+    if (!TakeSpare(bytes, &mem) && !MapFresh(bytes, &mem)) {
         return;
     }
-    void* base = MAP_FAILED;
-    if (ftruncate(fd, (off_t)bytes) == 0) {
-        base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    }
-    if (base == MAP_FAILED) {
-        close(fd);
-        return;
-    }
+    const int fd = mem.fd;
+    void* const base = mem.base;
 
     private_handle_t* hnd = new private_handle_t();
     hnd->version = (int)sizeof(native_handle_t);
@@ -87,7 +192,7 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
     usage = (int)u;
     handle = hnd;
 
-    gehost::HostBuffer* host = new gehost::HostBuffer();
+    gehost::HostBuffer* host = mem.host;
     host->pNative = this;
     host->pData = (unsigned char*)base;
     host->nSize = bytes;
@@ -97,7 +202,6 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
     host->nStride = (int)bufStride;
     host->nFormat = f;
     host->layout = gehost::LayoutForFormat(f);
-    host->snapshot.assign(bytes, 0);  // fresh memfd pages read as zero
     {
         std::lock_guard<std::mutex> lock(gehost::HostLock());
         gehost::RegisterBuffer(host);
@@ -107,19 +211,25 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
 }
 
 GraphicBuffer::~GraphicBuffer() {
+    Memory mem;
     if (mpHost) {
         std::lock_guard<std::mutex> lock(gehost::HostLock());
         gehost::UnregisterBuffer(mpHost);
-        delete mpHost;
+        mem.host = mpHost;
         mpHost = nullptr;
     }
     if (mpHandle) {
         private_handle_t* hnd = static_cast<private_handle_t*>(mpHandle);
-        munmap((void*)hnd->base, (size_t)hnd->size);
-        close(hnd->fd);
+        mem.fd = hnd->fd;
+        mem.base = (void*)hnd->base;
+        mem.bytes = (size_t)hnd->size;
         delete hnd;
         mpHandle = nullptr;
     }
+    if (mem.host != nullptr && mem.base != nullptr) {
+        KeepSpare(&mem);
+    }
+    Release(&mem);
 }
 
 ANativeWindowBuffer* GraphicBuffer::getNativeBuffer() const {

@@ -8,6 +8,7 @@
 #include <gralloc_priv.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <string.h>
 #include <system/graphics.h>
 #include <unistd.h>
 
@@ -137,6 +138,39 @@ TEST_F(GLToolkitTest, WrappedBuffers) {
     EXPECT_FALSE(glIsTexture(name));
     EXPECT_EQ(nullptr, weak.promote());
     EXPECT_EQ(1, ga->getStrongCount()) << "the image gave its reference back";
+}
+
+// The host keeps the memory of a graphics buffer that goes for the next one
+// of the same size. Such a buffer reads zero like a fresh one, whatever the
+// last one held on either side, and stays coherent both ways.
+TEST_F(GLToolkitTest, BuffersOverKeptMemoryStartClean) {
+    const int w = 32, h = 4;
+    const size_t n = (size_t)w * h * 4;
+    const unsigned char* kept = nullptr;
+    {
+        GLTexture tex;
+        ASSERT_EQ(1, tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 1));
+        GETestTarget(w, h, tex.GetTexName()).Fill(1.0f, 0.0f, 0.0f, 1.0f);  // the GPU wrote
+        ASSERT_EQ(1, tex.clean_buffer());
+        kept = tex.GetSTDataBuf();
+        memset(tex.GetSTDataBuf(), 0xAB, n);  // and the CPU, never cleaned
+    }
+    GLTexture tex;
+    ASSERT_EQ(1, tex.Init(GL_RGBA, GL_UNSIGNED_BYTE, w, h, 1));
+    unsigned char* p = tex.GetSTDataBuf();
+    ASSERT_EQ(kept, p) << "the memory was not kept";
+    EXPECT_EQ(Pixels(n, 0), Pixels(p, p + n));
+    EXPECT_EQ(Pixels(n, 0), GETestReadTexture(tex.GetTexName(), w, h));
+    memset(p, 0x40, n);
+    ASSERT_EQ(1, tex.clean_buffer());
+    EXPECT_EQ(Pixels(n, 0x40), GETestReadTexture(tex.GetTexName(), w, h));
+    GETestTarget(w, h, tex.GetTexName()).Fill(0.0f, 1.0f, 0.0f, 1.0f);
+    ASSERT_EQ(1, tex.clean_buffer());
+    Pixels green(n, 0);
+    for (size_t i = 0; i < n; i += 4) {
+        green[i + 1] = green[i + 3] = 0xFF;
+    }
+    EXPECT_EQ(green, Pixels(p, p + n));
 }
 
 const char kVsQuad[] =
