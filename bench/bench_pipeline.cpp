@@ -50,6 +50,7 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+#include <time.h>
 #include <ui/GraphicBuffer.h>
 
 #include <algorithm>
@@ -84,6 +85,15 @@ const int kWarmUpFrames = 2;
 double NowMs() {
     using namespace std::chrono;
     return duration<double, std::milli>(steady_clock::now().time_since_epoch()).count();
+}
+
+// CPU time of the whole process (the worker, llvmpipe's rasterizer threads
+// and the caller): on a shared machine it moves much less with the load than
+// the wall clock, so the summary gives the ratios of both.
+double CpuMs() {
+    timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
 
 // Names of the effects in benchmark and summary rows, by effect number.
@@ -281,9 +291,10 @@ void BM_PreviewWhole(benchmark::State& state, int nEffect, Size size) {
     }
     for (auto _ : state) {
         memcpy(heap.Base(), frame.m_vData.data(), frame.m_vData.size());  // a new frame
-        const double t0 = NowMs();
+        const double t0 = NowMs(), c0 = CpuMs();
         plugIn.pEffect->handlePreview(heap.Fd(), heap.Base(), 0);
         const double dt = NowMs() - t0;
+        Samples()[row + "/wholecpu"].push_back(CpuMs() - c0);
         Samples()[row + "/whole"].push_back(dt);
         state.SetIterationTime(dt / 1000.0);
     }
@@ -379,11 +390,12 @@ void BM_CaptureWhole(benchmark::State& state, int nEffect, Size tile) {
     for (auto _ : state) {
         memcpy(heap.Base() + kCaptureYOffset, capture.Luma(), nLuma);
         memcpy(heap.Base() + kCaptureYOffset + nUVOffset, capture.Chroma(), nLuma / 2);
-        const double t0 = NowMs();
+        const double t0 = NowMs(), c0 = CpuMs();
         const int rc =
             plugIn.pEffect->handleCapture(kCaptureSize.nWidth, kCaptureSize.nHeight, heap.Fd(),
                                           heap.Base(), kCaptureYOffset, nUVOffset);
         const double dt = NowMs() - t0;
+        Samples()[row + "/wholecpu"].push_back(CpuMs() - c0);
         if (rc != 0) {
             state.SkipWithError("handleCapture failed");
             break;
@@ -517,9 +529,10 @@ void BM_Bare(benchmark::State& state, Size size, BarePipeline::Kind kind) {
             bare.Frame(yuvx.data());
         }
         for (auto _ : state) {
-            const double t0 = NowMs();
+            const double t0 = NowMs(), c0 = CpuMs();
             bare.Frame(yuvx.data());
             const double dt = NowMs() - t0;
+            Samples()[row + "/barecpu"].push_back(CpuMs() - c0);
             Samples()[row + "/bare"].push_back(dt);
             state.SetIterationTime(dt / 1000.0);
         }
@@ -564,18 +577,20 @@ void BM_Switch(benchmark::State& state, int nEffect, Size size) {
     for (auto _ : state) {
         plugIn.pEffect->setParameters(android::String8("GPU-effect=9"));
         send();
-        const double t0 = NowMs();
+        const double t0 = NowMs(), c0 = CpuMs();
         plugIn.pEffect->setParameters(android::String8(to.c_str()));
         const int rc = send();
-        const double t1 = NowMs();
+        const double t1 = NowMs(), c1 = CpuMs();
         send();
-        const double t2 = NowMs();
+        const double t2 = NowMs(), c2 = CpuMs();
         if (rc != 0) {
             state.SkipWithError("the frame after the switch failed");
             break;
         }
         Samples()[row + "/first"].push_back(t1 - t0);
         Samples()[row + "/steady"].push_back(t2 - t1);
+        Samples()[row + "/firstcpu"].push_back(c1 - c0);
+        Samples()[row + "/steadycpu"].push_back(c2 - c1);
         state.SetIterationTime((t1 - t0) / 1000.0);
     }
 }
@@ -673,11 +688,12 @@ void PrintSummary() {
         return it == Samples().end() ? -1.0 : Median(it->second);
     };
     printf(
-        "\nSummary (median ms per frame; x = ratio to the old GL floor of the same size, "
-        "b = to the bare pipeline of the effect's pass structure, B = to Bloom in this "
-        "run)\n");
-    printf("\nPreview\n%-22s %7s %7s %7s %7s %8s %8s %8s %8s %8s %8s %8s\n", "", "expand", "upload",
-           "render", "copy", "parts", "whole", "floor", "bare", "whole/x", "whole/b", "whole/B");
+        "\nSummary (median ms; x = ratio to the old GL floor of the same size, b = to the bare "
+        "pipeline of the effect's pass structure, B = to Bloom, all in this run; cpu = CPU time "
+        "of the whole process, which moves less with the machine's load than the wall clock)\n");
+    printf("\nPreview\n%-22s %6s %6s %6s %6s %7s %7s %7s %7s %7s %7s %7s %7s %7s\n", "", "expand",
+           "upload", "render", "copy", "parts", "whole", "floor", "bare", "whole/x", "whole/b",
+           "whole/B", "cpu", "cpu/b");
     for (const Size& s : kPreviewSizes) {
         const double floorMs = med("floor " + SizeName(s) + "/floor");
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(s) + "/whole");
@@ -688,24 +704,27 @@ void PrintSummary() {
             if (whole < 0 && render < 0) {
                 continue;
             }
-            const double bare = med((IsBlur(e) ? "bareblur " : "bare ") + SizeName(s) + "/bare");
-            printf("%-22s %s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
-                   Cell(med(row + "/expand"), 7, 2).c_str(),
-                   Cell(med(row + "/upload"), 7, 2).c_str(), Cell(render, 7, 2).c_str(),
-                   Cell(med(row + "/copy"), 7, 2).c_str(), Cell(med(row + "/parts"), 8, 2).c_str(),
-                   Cell(whole, 8, 2).c_str(), Cell(floorMs, 8, 2).c_str(), Cell(bare, 8, 2).c_str(),
-                   Ratio(whole, floorMs, 8).c_str(), Ratio(whole, bare, 8).c_str(),
-                   Ratio(whole, bloomMs, 8).c_str());
+            const std::string bareRow = (IsBlur(e) ? "bareblur " : "bare ") + SizeName(s);
+            const double bare = med(bareRow + "/bare");
+            const double cpu = med(row + "/wholecpu");
+            printf("%-22s %s %s %s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
+                   Cell(med(row + "/expand"), 6, 2).c_str(),
+                   Cell(med(row + "/upload"), 6, 2).c_str(), Cell(render, 6, 2).c_str(),
+                   Cell(med(row + "/copy"), 6, 2).c_str(), Cell(med(row + "/parts"), 7, 2).c_str(),
+                   Cell(whole, 7, 2).c_str(), Cell(floorMs, 7, 2).c_str(), Cell(bare, 7, 2).c_str(),
+                   Ratio(whole, floorMs, 7).c_str(), Ratio(whole, bare, 7).c_str(),
+                   Ratio(whole, bloomMs, 7).c_str(), Cell(cpu, 7, 2).c_str(),
+                   Ratio(cpu, med(bareRow + "/barecpu"), 7).c_str());
         }
     }
     const double floorMs = med("floor " + SizeName(kCaptureSize) + "/floor");
     const double expandMs = med("expand " + SizeName(kCaptureSize) + "/expand");
     printf(
         "\nCapture %s (old GL floor %s ms, expansion %s ms; bare = tiles x bare tile + one "
-        "expansion)\n%-40s %8s %8s %13s %7s %8s %8s %8s %8s %8s\n",
+        "expansion)\n%-36s %7s %7s %13s %6s %7s %7s %7s %7s %7s %7s %7s\n",
         SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), Cell(expandMs, 1, 2).c_str(),
         "", "bringup", "fetch", "gpu+blockcopy", "copy", "parts", "whole", "bare", "whole/b",
-        "whole/B");
+        "whole/B", "cpu", "cpu/b");
     for (const Size& tile : kPreviewSizes) {
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(kCaptureSize) +
                                    " /" + SizeName(tile) + "/whole");
@@ -718,30 +737,36 @@ void PrintSummary() {
             if (whole < 0 && med(row + "/parts") < 0) {
                 continue;
             }
-            const double bareTile =
-                med((IsBlur(e) ? "bareblur " : "bare ") + SizeName(tile) + "/bare");
+            const std::string bareRow = (IsBlur(e) ? "bareblur " : "bare ") + SizeName(tile);
+            const double bareTile = med(bareRow + "/bare");
+            const double bareTileCpu = med(bareRow + "/barecpu");
             const double bare = bareTile < 0 || expandMs < 0 ? -1.0 : tiles * bareTile + expandMs;
-            printf("%-40s %s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
-                   Cell(med(row + "/bringup"), 8, 1).c_str(),
-                   Cell(med(row + "/fetch"), 8, 1).c_str(),
+            const double bareCpu =
+                bareTileCpu < 0 || expandMs < 0 ? -1.0 : tiles * bareTileCpu + expandMs;
+            const double cpu = med(row + "/wholecpu");
+            printf("%-36s %s %s %s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
+                   Cell(med(row + "/bringup"), 7, 1).c_str(),
+                   Cell(med(row + "/fetch"), 7, 1).c_str(),
                    Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
-                   Cell(med(row + "/copy"), 7, 1).c_str(), Cell(med(row + "/parts"), 8, 1).c_str(),
-                   Cell(whole, 8, 1).c_str(), Cell(bare, 8, 1).c_str(),
-                   Ratio(whole, bare, 8).c_str(), Ratio(whole, bloomMs, 8).c_str());
+                   Cell(med(row + "/copy"), 6, 1).c_str(), Cell(med(row + "/parts"), 7, 1).c_str(),
+                   Cell(whole, 7, 1).c_str(), Cell(bare, 7, 1).c_str(),
+                   Ratio(whole, bare, 7).c_str(), Ratio(whole, bloomMs, 7).c_str(),
+                   Cell(cpu, 7, 1).c_str(), Ratio(cpu, bareCpu, 7).c_str());
         }
     }
     printf(
         "\nEffect switch at %s (Bloom running; the switch and its first frame, against a "
-        "steady frame)\n%-22s %8s %8s %8s\n",
-        SizeName(kPreviewSizes[0]).c_str(), "", "first", "steady", "extra");
+        "steady frame)\n%-22s %8s %8s %8s %10s\n",
+        SizeName(kPreviewSizes[0]).c_str(), "", "first", "steady", "extra", "extra cpu");
     for (int e : Effects()) {
         const std::string row = std::string(EffectName(e)) + " switch";
         const double first = med(row + "/first"), steady = med(row + "/steady");
         if (first < 0) {
             continue;
         }
-        printf("%-22s %s %s %s\n", EffectName(e), Cell(first, 8, 1).c_str(),
-               Cell(steady, 8, 1).c_str(), Cell(first - steady, 8, 1).c_str());
+        printf("%-22s %s %s %s %s\n", EffectName(e), Cell(first, 8, 1).c_str(),
+               Cell(steady, 8, 1).c_str(), Cell(first - steady, 8, 1).c_str(),
+               Cell(med(row + "/firstcpu") - med(row + "/steadycpu"), 10, 1).c_str());
     }
 }
 
