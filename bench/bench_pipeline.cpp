@@ -55,6 +55,7 @@
 #include "effects/GEEffects.h"
 #include "engine/GEManager.h"
 #include "harness.h"
+#include "options.h"
 #include "sp2yuvx.h"
 
 namespace {
@@ -229,7 +230,9 @@ struct PlugIn {
             *pErr = "the plug-in did not start";
             return false;
         }
-        pEffect->setParameters(android::String8(("GPU-effect=" + std::to_string(nEffect)).c_str()));
+        // The effect's one-character code: effects 10 to 18 are letters.
+        const std::string params = std::string("GPU-effect=") + EffectTable()[nEffect].m_cCode;
+        pEffect->setParameters(android::String8(params.c_str()));
         pEffect->startPreview(preview.nWidth, preview.nHeight);
         return true;
     }
