@@ -67,6 +67,7 @@
 #include "effects/GEEffects.h"
 #include "engine/GEManager.h"
 #include "harness.h"
+#include "options.h"
 #include "sp2yuvx.h"
 
 namespace {
@@ -104,11 +105,6 @@ const char* const kEffectNames[GE_EFFECT_COUNT] = {
 
 const char* EffectName(int n) {
     return kEffectNames[n];
-}
-
-// The "GPU-effect" code of an effect number.
-char EffectCode(int n) {
-    return n < 10 ? char('0' + n) : char('B' + (n - 10));
 }
 
 // The effects this build carries, Bloom and Mirror first.
@@ -255,7 +251,9 @@ struct PlugIn {
             *pErr = "the plug-in did not start";
             return false;
         }
-        pEffect->setParameters(android::String8(("GPU-effect=" + std::to_string(nEffect)).c_str()));
+        // The effect's one-character code: effects 10 to 18 are letters.
+        const std::string params = std::string("GPU-effect=") + EffectTable()[nEffect].m_cCode;
+        pEffect->setParameters(android::String8(params.c_str()));
         pEffect->startPreview(preview.nWidth, preview.nHeight);
         return true;
     }
@@ -573,7 +571,7 @@ void BM_Switch(benchmark::State& state, int nEffect, Size size) {
         memcpy(heap.Base(), frame.m_vData.data(), frame.m_vData.size());
         return plugIn.pEffect->handlePreview(heap.Fd(), heap.Base(), 0);
     };
-    const std::string to = "GPU-effect=" + std::string(1, EffectCode(nEffect));
+    const std::string to = std::string("GPU-effect=") + EffectTable()[nEffect].m_cCode;
     for (auto _ : state) {
         plugIn.pEffect->setParameters(android::String8("GPU-effect=9"));
         send();

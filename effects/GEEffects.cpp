@@ -4,9 +4,12 @@
 
 #include "effects/GEShaderBloom.h"
 #include "effects/GEShaderContrast.h"
+#include "effects/GEShaderDoF.h"
 #include "effects/GEShaderMirror.h"
+#include "effects/GEShaderSketch.h"
 #include "effects/GEShaderSplitToning.h"
 #include "effects/GEShaderStylize.h"
+#include "effects/GEShaderTS.h"
 #include "effects/GEShaderTwoToneMask.h"
 #include "effects/GEShaderVintage.h"
 #include "effects/GEShaderWhiteboard.h"
@@ -21,12 +24,12 @@ GEShader* Create() {
 const GEEffectEntry s_table[GE_EFFECT_COUNT] = {
     {nullptr, nullptr},                                        // 0: no effect
     {"GEShaderVintage", Create<GEShaderVintage>},              // 1
-    {"GEShaderDoF", nullptr},                                  // 2
+    {"GEShaderDoF", Create<GEShaderDoF>},                      // 2
     {"GEShaderFisheye", nullptr},                              // 3
     {"GEShaderVignette", nullptr},                             // 4
     {"GEShaderDot", nullptr},                                  // 5
     {"GEShaderContrast", Create<GEShaderContrast>},            // 6
-    {"GEShaderTS", nullptr},                                   // 7
+    {"GEShaderTS", Create<GEShaderTS>},                        // 7
     {"GEShaderMirror", Create<GEShaderMirror>},                // 8
     {"GEShaderBloom", Create<GEShaderBloom>},                  // 9
     {"GEShaderWhiteboard", Create<GEShaderWhiteboard>},        // 10
@@ -36,8 +39,8 @@ const GEEffectEntry s_table[GE_EFFECT_COUNT] = {
     {"GEShaderTwoToneMaskH", Create<GEShaderTwoToneMaskH>},    // 14
     {"GEShaderSplitToningCM", Create<GEShaderSplitToningCM>},  // 15
     {"GEShaderSplitToningSC", Create<GEShaderSplitToningSC>},  // 16
-    {"GEShaderSketch", nullptr},                               // 17
-    {"GEShaderColorSketch", nullptr},                          // 18
+    {"GEShaderSketch", Create<GEShaderSketch>},                // 17
+    {"GEShaderColorSketch", Create<GEShaderColorSketch>},      // 18
 };
 
 }  // namespace

@@ -146,11 +146,11 @@ int GEShaderDoF::ProcBlock(unsigned, unsigned, int, int) {
 }
 
 int GEShaderDoF::ProcFrame(unsigned char*, unsigned char* out, int w, int h) {
-    if (m_pSrcTexture == nullptr || w <= 0 || h <= 0) {
-        return WalkBlurMargins(out, w, h, kStep);  // refuses with the effect's line
+    // The circle is placed in the whole picture; a refused call (preview
+    // mode, an empty picture) leaves the preview's ratio alone.
+    if (m_bInited && m_bCapture && w > 0 && h > 0) {
+        m_fRatio = (float)w / (float)h;
     }
-    // The circle is placed in the whole picture.
-    m_fRatio = (float)w / (float)h;
     return WalkBlurMargins(out, w, h, kStep);
 }
 

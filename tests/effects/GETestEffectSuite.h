@@ -18,7 +18,9 @@
 // smooth too; RunSeamRow captures it twice (planes poisoned with 0x00 and
 // 0xFF) and expects every byte written, nothing written past the planes or
 // into the camera's, and no step between neighbours across a tile border
-// larger than the largest step elsewhere, plus one.
+// (where the spans the converter was asked for start and end, and halfway
+// between neighbouring ones) larger than the largest step elsewhere, plus
+// one.
 #ifndef POSTEFFECT_TESTS_GETESTEFFECTSUITE_H
 #define POSTEFFECT_TESTS_GETESTEFFECTSUITE_H
 
@@ -26,8 +28,10 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "GETestEngine.h"
@@ -55,12 +59,15 @@ struct EffectSetup {
 };
 
 // Where an expected colour is worked out: the input picture, the output
-// pixel, and the texture the effect rendered it in (the frame's buffer in
-// preview, one tile of a capture).
+// pixel, the texture the effect rendered it in (the frame's buffer in
+// preview, one tile of a capture), the row's effect and parameters, and
+// whether it is a capture (Init got the texture's size, not the frame's).
 struct At {
     const SPImage& in;
     int x, y;
     int texW, texH;
+    const EffectSetup* setup = nullptr;
+    bool capture = false;
 };
 typedef RGB (*Formula)(const At& a);
 
@@ -75,16 +82,21 @@ inline RGB Source(const At& a) {
 // rows work from (test_effects_looks.cpp).
 void LookLookUps(const GETestRoot& root);
 
+// The capture runs in tiles of capTexW x capTexH (an effect whose tiles
+// carry margins needs room for them); capTexW 0 leaves it out, for a
+// formula that holds in preview only.
 struct EffectRow {
     EffectSetup setup;
     SPImage (*input)(int w, int h);
     Formula expect;
     double tol;  // in bytes, against the value rounded to a byte
+    int capTexW = kTexW, capTexH = kTexH;
 };
 
 struct SeamRow {
     EffectSetup setup;
     SPImage (*input)(int w, int h);
+    int texW = kTexW, texH = kTexH;  // the capture's tile texture
 };
 
 inline GEShader* NewEffect(unsigned effect) {
@@ -138,11 +150,11 @@ inline void RunEffectRow(const EffectRow& r) {
     SCOPED_TRACE(r.setup.name);
     const std::unique_ptr<GETestRoot> root = LookUps(r.setup);
     auto compare = [&r](const SPImage& in, const std::vector<unsigned char>& out, int tw, int th,
-                        const char* what) {
+                        const char* what, bool capture) {
         return CompareToColours(
             in.w, in.h, out.data(), out.data() + (size_t)in.w * in.h,
             [&](int x, int y) {
-                return r.expect({in, x, y, tw, th});
+                return r.expect({in, x, y, tw, th, &r.setup, capture});
             },
             r.tol, what);
     };
@@ -154,35 +166,45 @@ inline void RunEffectRow(const EffectRow& r) {
         ASSERT_TRUE(rig.Init(w, kTexH));
         ASSERT_TRUE(ChooseEffect(rig, r.setup, false));
         rig.Preview(SPImage::Pattern(w, kTexH, 7));
-        EXPECT_EQ(0, compare(in, rig.Preview(in), kTexW, kTexH, w == kTexW ? "preview" : "narrow"));
+        EXPECT_EQ(0, compare(in, rig.Preview(in), kTexW, kTexH, w == kTexW ? "preview" : "narrow",
+                             false));
+    }
+    if (r.capTexW == 0) {
+        return;
     }
     const SPImage in = r.input(kCapW, kCapH);
-    ManagerRig rig;
+    ManagerRig rig(r.capTexW, r.capTexH);
     TileServer server(&in, [&rig] { rig.Clean(); });
-    ASSERT_TRUE(rig.Init(kTexW, kTexH, &server));
+    ASSERT_TRUE(rig.Init((unsigned)r.capTexW, (unsigned)r.capTexH, &server));
     ASSERT_TRUE(ChooseEffect(rig, r.setup, true));
-    EXPECT_EQ(0, compare(in, CaptureOf(rig, in), kTexW, kTexH, "capture"));
+    EXPECT_EQ(0, compare(in, CaptureOf(rig, in), r.capTexW, r.capTexH, "capture", true));
     for (const TileServer::Call& call : server.calls) {
-        EXPECT_TRUE(call.dw == kTexW && call.dh == kTexH) << "tiles go into the whole texture";
+        EXPECT_TRUE(call.dw == r.capTexW && call.dh == r.capTexH)
+            << "tiles go into the whole texture";
     }
 }
 
 // The largest step between neighbouring samples across the tile borders
 // and elsewhere: `cols` x `rows` samples `pitch` bytes apart in rows of
-// `stride` bytes, sample c standing for pixel c x `scale`.
+// `stride` bytes, sample c standing for pixels (c - 1) x `scale` + 1 to
+// c x `scale` (a chroma sample for the pixel pair it covers).
 struct Steps {
     int border = 0, inside = 0;
     void Add(const unsigned char* p, int cols, int rows, int pitch, int stride, int scale,
              const std::set<int>& bx, const std::set<int>& by) {
+        auto across = [scale](const std::set<int>& b, int c) {
+            const auto it = b.upper_bound((c - 1) * scale);
+            return it != b.end() && *it <= c * scale;
+        };
         for (int r = 0; r < rows; ++r) {
             for (int c = 0; c < cols; ++c) {
                 const int v = p[(size_t)r * stride + (size_t)c * pitch];
                 if (c > 0) {
-                    int& m = bx.count(c * scale) ? border : inside;
+                    int& m = across(bx, c) ? border : inside;
                     m = std::max(m, abs(v - p[(size_t)r * stride + (size_t)(c - 1) * pitch]));
                 }
                 if (r > 0) {
-                    int& m = by.count(r * scale) ? border : inside;
+                    int& m = across(by, r) ? border : inside;
                     m = std::max(m, abs(v - p[(size_t)(r - 1) * stride + (size_t)c * pitch]));
                 }
             }
@@ -195,19 +217,33 @@ inline void RunSeamRow(const SeamRow& r) {
     const std::unique_ptr<GETestRoot> root = LookUps(r.setup);
     const SPImage in = r.input(kCapW, kCapH);
     std::vector<unsigned char> out[2];
-    std::set<int> bx, by;  // where the tiles the converter was asked for start
+    std::set<std::pair<int, int>> sx, sy;  // the spans the converter was asked for
     for (int k = 0; k < 2; ++k) {
-        ManagerRig rig;
+        ManagerRig rig(r.texW, r.texH);
         TileServer server(&in, [&rig] { rig.Clean(); });
-        ASSERT_TRUE(rig.Init(kTexW, kTexH, &server));
+        ASSERT_TRUE(rig.Init((unsigned)r.texW, (unsigned)r.texH, &server));
         ASSERT_TRUE(ChooseEffect(rig, r.setup, true));
         out[k] = CaptureOf(rig, in, k == 0 ? 0x00 : 0xFF);
         for (const Rect& t : server.rects) {
-            bx.insert(t.x), by.insert(t.y);
+            sx.insert({t.x, t.x + t.w}), sy.insert({t.y, t.y + t.h});
         }
     }
     ASSERT_TRUE(out[0] == out[1]) << "bytes left unwritten";
-    bx.erase(0), by.erase(0);
+    // A tile's output may give way to the next one's where a span starts or
+    // ends, or halfway between the end of one and the start of the next
+    // (margins and overlaps are shared).
+    auto borders = [](const std::set<std::pair<int, int>>& spans, int n) {
+        std::set<int> b;
+        for (auto it = spans.begin(); it != spans.end(); ++it) {
+            b.insert({it->first, it->second});
+            if (std::next(it) != spans.end()) {
+                b.insert((it->second + std::next(it)->first) / 2);
+            }
+        }
+        b.erase(0), b.erase(n);
+        return b;
+    };
+    const std::set<int> bx = borders(sx, kCapW), by = borders(sy, kCapH);
     ASSERT_FALSE(bx.empty() || by.empty());
     Steps s;
     const unsigned char* uv = out[0].data() + kCapW * kCapH;

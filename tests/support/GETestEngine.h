@@ -148,7 +148,10 @@ public:
     std::vector<unsigned char> Preview(const SPImage& img) {
         void* px = nullptr;
         EXPECT_EQ(android::NO_ERROR, gb->lock(android::GraphicBuffer::USAGE_SW_WRITE_OFTEN, &px));
-        WriteYuvx(static_cast<unsigned char*>(px), (int)gb->getStride(), img);
+        // As the plug-in expands a frame: the rows padded to the stride with
+        // their last pixel.
+        sp2yuvxs_any(px, (int)gb->getStride(), img.h, img.YPlane(), img.UVPlane(), img.w, img.h, 0,
+                     0, img.w, img.h);
         gb->unlock();
         Clean();
         const size_t n = (size_t)img.w * img.h;
