@@ -179,6 +179,46 @@ TEST_F(EndToEnd, TwoObjectsInOneProcess) {
     }
 }
 
+// The host keeps the memory of graphics buffers that go (the converter's
+// planes of the effect before, the preview buffer of the size before, a
+// capture's) for the next ones of the same size: switching effects and
+// preview sizes back and forth, with captures between, every frame and
+// capture is still its effect's.
+TEST_F(EndToEnd, EffectsAndSizesBackAndForth) {
+    Loaded loaded;
+    Camera cam(&loaded.lib, "GPU-effect=9", kW, kH, Bloom, false);
+    cam.Start(), cam.Frames(1);
+    const struct {
+        const char* params;
+        int w, h;
+        RGB (*op)(const RGB&);
+        bool mirror;
+    } steps[] = {
+        {"GPU-effect=8;GE-param0=1,0,0,0", kW, kH, Unchanged, true},
+        {"GPU-effect=9", 96, 48, Bloom, false},
+        {"GPU-effect=8;GE-param0=1,0,0,0", 96, 48, Unchanged, true},
+        {"GPU-effect=9", kW, kH, Bloom, false},
+    };
+    for (int round = 0; round < 2; ++round) {
+        for (const auto& s : steps) {
+            SCOPED_TRACE("round " + std::to_string(round) + ": " + s.params + " at " +
+                         std::to_string(s.w) + " x " + std::to_string(s.h));
+            cam.params = s.params, cam.op = s.op, cam.mirror = s.mirror;
+            cam.bad += cam.p->setParameters(String8(s.params)) != 0;
+            if (s.w != cam.w || s.h != cam.h) {
+                cam.w = s.w, cam.h = s.h;
+                cam.heap.reset(new CameraBuffer(4096 + (size_t)s.w * s.h * 3 / 2 + 4096, 0xEE));
+                cam.bad += cam.p->startPreview(s.w, s.h) != 0;
+            }
+            cam.Frames(2), cam.Capture(), cam.Frames(1);
+            ASSERT_EQ(0, cam.bad);
+        }
+    }
+    cam.bad += cam.p->stop() != 0;
+    loaded.lib.Destroy(cam.p);
+    EXPECT_EQ(0, cam.bad);
+}
+
 // What a confused or hostile caller sends gets a clear answer and reaches no
 // memory outside its buffers: calls before start, frames and captures that
 // do not fit their buffers, sizes the pipeline cannot run, odd parameter
