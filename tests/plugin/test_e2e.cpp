@@ -318,8 +318,10 @@ TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
 TEST_F(EndToEnd, MissingLookUpImagesFailCleanlyUntilTheyAppear) {
     GETestRoot root;
     auto put = [&root](const char* name, int bits) {
-        root.PutBmp(name, 8, 4, (unsigned)bits, [](int x, int y, unsigned char* t) {
-            t[0] = t[1] = t[2] = (unsigned char)(x * 30 + y);
+        root.PutBmp(name, 8, 4, (unsigned)bits, [bits](int x, int y, unsigned char* t) {
+            for (int c = 0; c < bits / 8; ++c) {
+                t[c] = (unsigned char)(x * 30 + y);
+            }
         });
     };
     for (const char* curve : {"CurveCross.bmp", "CurveCold.bmp", "CurveSepia.bmp"}) {
