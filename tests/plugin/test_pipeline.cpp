@@ -259,7 +259,7 @@ TEST_F(CaptureTest, CaptureRunsTheTilesAndWritesThePlanes) {
                       i == 0 ? "Choose 9 1" : "Choose 1 1",
                       "SetParam 0 1 2 3 4",
                       "SetParam 1 5 6 7 8",
-                      "SetCrop 0.20 0.20 0.40 0.40",
+                      i == 0 ? "SetCrop 0.20 0.20 0.40 0.40" : "SetCrop 0.10 0.10 0.50 0.50",
                       "Capture 160 80",
                       "Deinit"};
         if (i == 0) {
@@ -269,6 +269,7 @@ TEST_F(CaptureTest, CaptureRunsTheTilesAndWritesThePlanes) {
         EXPECT_TRUE(CaptureIs(true));
         EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
         ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=1")));  // the lowest effect
+        ASSERT_EQ(0, m_p->setCrop(16, 8, 80, 40));
         FakeManager::ClearCalls();
     }
     ASSERT_EQ(0, SendFrame());
