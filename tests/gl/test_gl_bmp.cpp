@@ -98,6 +98,20 @@ TEST_F(BmpTest, LoadsEachDepthFromTheDeviceFolders) {
         EXPECT_TRUE(Bytes(all.begin(), all.begin() + n) == pixels);
         EXPECT_EQ((long)(capacity - n), std::count(all.begin() + n, all.end(), 0));
     }
+    // Rows of 15 bytes, which GL reads 16 apart, past the file's bytes: those
+    // read as zero (a buffer the size of the file alone would be overrun).
+    const int rows = 10000;
+    const Bytes rgb = GETestPattern(5 * 3 * rows, 7);
+    GLTexture sheared;
+    ASSERT_EQ(1, sheared.LoadBMP(m_root.Put("rgb5.bmp", GETestMakeBmp(5, rows, 24, rgb)).c_str(),
+                                 GL_RGB, GL_UNSIGNED_BYTE, 0));
+    const Bytes read = GETestReadTexture(sheared.GetTexName(), 5, rows);
+    int bad = 0;
+    for (size_t i = 0; i < read.size(); ++i) {
+        const size_t at = i / 20 * 16 + i % 20 / 4 * 3 + i % 4;
+        bad += i % 4 != 3 && read[i] != (at < rgb.size() ? rgb[at] : 0);
+    }
+    EXPECT_EQ(0, bad);
     // A header alone, for an image of 0 x 0: an empty texture.
     GLTexture empty;
     EXPECT_EQ(1, empty.LoadBMP(m_root.Put("empty.bmp", GETestMakeBmp(0, 0, 32, Bytes())).c_str(),
@@ -153,6 +167,7 @@ TEST_F(BmpTest, RefusedFiles) {
         {bmp(0x7FFFFFFF, 1, 8), RGBA, UB, 0, kMemory},
         {bmp(65536, 65536, 32), RGBA, UB, 0, kMemory},
         {bmp(0x40000000, 0x40000000, 32), RGBA, UB, 0, kMemory},
+        {bmp(16385, 1, 32), RGBA, UB, 0, kMemory},
         {bmp(16384, 16384, 32), RGBA, UB, 0, kRead},
         {bmp(4, 4, 8), LUM, UB, 1, "[LoadBMP] Can't init texture"},  // no such streaming texture
         {GETestMakeBmp(4, 4, 12, GETestPattern(24, 3)), RGBA, UB, 0, ""},

@@ -295,6 +295,9 @@ TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
         EXPECT_EQ(3, effect->handleCapture(c.w, c.h, fd, c.base, c.yOff, c.uvOff))
             << c.w << " x " << c.h << " at " << c.yOff << ", " << c.uvOff;
     }
+    // Planes of more bytes than an int holds are refused whatever the buffer
+    // (here one whose size the plug-in cannot tell).
+    EXPECT_EQ(3, effect->handleCapture(40000, 37000, -1, base, 0, 40000 * 37000));
     EXPECT_EQ(in.data, capture.Bytes());
     // The same capture, well formed, goes through despite the crop; so do
     // captures narrower than a tile.

@@ -246,8 +246,8 @@ protected:
 
 // A capture tears the preview down, brings the manager up in capture mode
 // over a preview-sized buffer with the groups and the stored crop (every
-// time), runs the tiles and writes the planes; the next frame brings the
-// preview up again.
+// time, for every effect from 1), runs the tiles and writes the planes; the
+// next frame brings the preview up again.
 TEST_F(CaptureTest, CaptureRunsTheTilesAndWritesThePlanes) {
     BringUp();
     ASSERT_EQ(0, m_p->setCrop(32, 16, 64, 32));
@@ -256,10 +256,10 @@ TEST_F(CaptureTest, CaptureRunsTheTilesAndWritesThePlanes) {
         NewCapture();
         ASSERT_EQ(0, Capture());
         Calls want = {"Init 160 80 0 0 64 32",
-                      "Choose 9 1",
+                      i == 0 ? "Choose 9 1" : "Choose 1 1",
                       "SetParam 0 1 2 3 4",
                       "SetParam 1 5 6 7 8",
-                      "SetCrop 0.20 0.20 0.40 0.40",
+                      i == 0 ? "SetCrop 0.20 0.20 0.40 0.40" : "SetCrop 0.10 0.10 0.50 0.50",
                       "Capture 160 80",
                       "Deinit"};
         if (i == 0) {
@@ -268,6 +268,8 @@ TEST_F(CaptureTest, CaptureRunsTheTilesAndWritesThePlanes) {
         EXPECT_EQ(want, FakeManager::Calls());
         EXPECT_TRUE(CaptureIs(true));
         EXPECT_FALSE(GPUPostEffectPeer::GEInit(m_p));
+        ASSERT_EQ(0, m_p->setParameters(String8("GPU-effect=1")));  // the lowest effect
+        ASSERT_EQ(0, m_p->setCrop(16, 8, 80, 40));
         FakeManager::ClearCalls();
     }
     ASSERT_EQ(0, SendFrame());
@@ -338,7 +340,8 @@ TEST_F(CaptureTest, ConvertRectConvertsAndKeepsRectanglesInside) {
         answers.push_back(c->convertRect(nullptr, stride, h, 0, 0, 64, 32));
         answers.push_back(c->convertRect(dst, stride + 32, h, 0, 0, 64, 32));
         answers.push_back(c->convertRect(dst, stride, h + 2, 0, 0, 64, 32));
-        answers.push_back(c->convertRect(dst, stride, h, 10, 10, 0, 0));
+        answers.push_back(c->convertRect(dst, stride, h, 10, 10, 0, 8));
+        answers.push_back(c->convertRect(dst, stride, h, 10, 10, 8, 0));
         answers.push_back(c->convertRect(dst, stride, h, INT_MAX, INT_MIN, INT_MAX, INT_MAX));
         answers.push_back(c->convertRect(dst, stride, h, INT_MIN, INT_MAX, INT_MIN, INT_MIN));
     };
@@ -348,7 +351,7 @@ TEST_F(CaptureTest, ConvertRectConvertsAndKeepsRectanglesInside) {
         const auto& k = cases[i];
         EXPECT_TRUE(Yuvx(source, kW, kH, k.ex, k.ey, k.ew, k.eh) == results[i]) << "case " << i;
     }
-    EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0}), answers);
+    EXPECT_EQ((std::vector<int>{1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0}), answers);
     std::vector<unsigned char> dst((size_t)kW * kH * 4, 0x5A);
     EXPECT_EQ(0, m_p->convertRect(dst.data(), kW, kH, 0, 0, kW, kH));  // outside a capture
     EXPECT_EQ(std::vector<unsigned char>(dst.size(), 0x5A), dst);

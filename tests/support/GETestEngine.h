@@ -2,11 +2,6 @@
 // (a converter that serves tiles of a semi-planar image and records what it
 // was asked for), an effect manager that shows its state, and a manager
 // brought up over a graphics buffer as the plug-in brings it up.
-//
-//     ManagerRig rig;                          // EGL up, a 64 x 32 buffer
-//     ASSERT_TRUE(rig.Init(64, 32));
-//     ASSERT_TRUE(rig.man.ChooseEffect(9, 0));
-//     std::vector<unsigned char> planes = rig.Preview(SPImage::Pattern(64, 32));
 #ifndef POSTEFFECT_TESTS_GETESTENGINE_H
 #define POSTEFFECT_TESTS_GETESTENGINE_H
 

@@ -2,10 +2,6 @@
 // every mask open ("*=0xff"), each line with its priority, tag and text (one
 // trailing newline removed). While none is alive, error lines go to stderr
 // and the rest is dropped.
-//
-//     GETestLog log;
-//     ... code under test ...
-//     EXPECT_TRUE(log.HasExact(ANDROID_LOG_ERROR, "GLTexture", "[Init] ST only supports ..."));
 #ifndef POSTEFFECT_TESTS_GETESTLOG_H
 #define POSTEFFECT_TESTS_GETESTLOG_H
 

@@ -1,13 +1,8 @@
 // A folder that stands for the device root while it lives, with look-up
 // images of known contents: the library's "/system/media/GPU/x" and
 // "/sdcard/quandor/x" open <root>/system/media/GPU/x and
-// <root>/sdcard/quandor/x (POSTEFFECT_ROOT, read at every open).
-//
-//     GETestRoot root;
-//     root.PutBmp("CurveCross.bmp", 256, 1, 24, [](int x, int, unsigned char* t) {
-//         t[0] = t[1] = t[2] = (unsigned char)(255 - x);  // an inverting curve
-//     });
-//     root.PutBmp("CurveCross.bmp", 256, 1, 24, other, GETestRoot::kOverride);
+// <root>/sdcard/quandor/x (POSTEFFECT_ROOT, read at every open). Example in
+// tests/README.md.
 #ifndef POSTEFFECT_TESTS_GETESTROOT_H
 #define POSTEFFECT_TESTS_GETESTROOT_H
 
