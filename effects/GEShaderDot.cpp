@@ -220,6 +220,11 @@ int GEShaderDot::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsign
         if (!GEShader::Init(src, a, x, y, w, h, capture, conv)) {
             return 0;
         }
+        // Pass 1's coordinates carry the width compensation, which maps the
+        // picture onto the 32-aligned texture: the crop stays in fractions of
+        // the picture, the whole of it until SetCrop says otherwise (the
+        // base's share of the texture would count twice).
+        SetCrop(0.0f, 0.0f, 1.0f, 1.0f);
         if (!NewSizeDown(w, h)) {
             return 0;
         }
