@@ -102,20 +102,6 @@ inline SPImage SmoothAlongY(int w, int h) {
     return SmoothImage(w, h, false, true);
 }
 
-// What the CPU expansion writes for `img`: (Y, V, U, 255) per pixel, rows of
-// `stride` pixels.
-inline void WriteYuvx(unsigned char* dst, int stride, const SPImage& img) {
-    for (int r = 0; r < img.h; ++r) {
-        for (int x = 0; x < img.w; ++x) {
-            unsigned char* q = dst + ((size_t)r * stride + x) * 4;
-            q[0] = (unsigned char)img.Y(x, r);
-            q[1] = (unsigned char)img.V(x, r);
-            q[2] = (unsigned char)img.U(x, r);
-            q[3] = 255;
-        }
-    }
-}
-
 // ---------------------------------------------------------------------------
 // Colour formulas, channels in [0, 1].
 
