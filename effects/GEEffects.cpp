@@ -5,12 +5,15 @@
 #include "effects/GEShaderBloom.h"
 #include "effects/GEShaderContrast.h"
 #include "effects/GEShaderDoF.h"
+#include "effects/GEShaderDot.h"
+#include "effects/GEShaderFisheye.h"
 #include "effects/GEShaderMirror.h"
 #include "effects/GEShaderSketch.h"
 #include "effects/GEShaderSplitToning.h"
 #include "effects/GEShaderStylize.h"
 #include "effects/GEShaderTS.h"
 #include "effects/GEShaderTwoToneMask.h"
+#include "effects/GEShaderVignette.h"
 #include "effects/GEShaderVintage.h"
 #include "effects/GEShaderWhiteboard.h"
 
@@ -25,9 +28,9 @@ const GEEffectEntry s_table[GE_EFFECT_COUNT] = {
     {nullptr, nullptr},                                        // 0: no effect
     {"GEShaderVintage", Create<GEShaderVintage>},              // 1
     {"GEShaderDoF", Create<GEShaderDoF>},                      // 2
-    {"GEShaderFisheye", nullptr},                              // 3
-    {"GEShaderVignette", nullptr},                             // 4
-    {"GEShaderDot", nullptr},                                  // 5
+    {"GEShaderFisheye", Create<GEShaderFisheye>},              // 3
+    {"GEShaderVignette", Create<GEShaderVignette>},            // 4
+    {"GEShaderDot", Create<GEShaderDot>},                      // 5
     {"GEShaderContrast", Create<GEShaderContrast>},            // 6
     {"GEShaderTS", Create<GEShaderTS>},                        // 7
     {"GEShaderMirror", Create<GEShaderMirror>},                // 8

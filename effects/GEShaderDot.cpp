@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <new>
 
 #include "effects/GELookUp.h"
@@ -198,7 +199,9 @@ GEShaderDot::GEShaderDot()
       m_afPass1Coord(),
       m_afPass1Crop{0.0f, 0.0f, 1.0f, 1.0f},
       m_afSizeDownCoord(),
-      m_afMaskCoord() {}
+      m_afMaskCoord(),
+      m_nCellsX(0),
+      m_nCellsY(0) {}
 
 GEShaderDot::~GEShaderDot() {
     Deinit();
@@ -220,6 +223,11 @@ int GEShaderDot::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, unsign
         if (!GEShader::Init(src, a, x, y, w, h, capture, conv)) {
             return 0;
         }
+        // Pass 1's coordinates carry the width compensation, which maps the
+        // picture onto the 32-aligned texture: the crop stays in fractions of
+        // the picture, the whole of it until SetCrop says otherwise (the
+        // base's share of the texture would count twice).
+        SetCrop(0.0f, 0.0f, 1.0f, 1.0f);
         if (!NewSizeDown(w, h)) {
             return 0;
         }
@@ -387,6 +395,15 @@ void GEShaderDot::SetPreviewCoords() {
     m_afPass1Crop[1] = m_fCropY;
     m_afPass1Crop[2] = m_fCropW;
     m_afPass1Crop[3] = m_fCropH;
+    SetCellsRead(m_nRenderW, m_nRenderH, s);
+}
+
+void GEShaderDot::SetCellsRead(double w, double h, double s) {
+    // A block of w pixels meets at most ceil(w / s) + 1 cells.
+    const double sdW = m_pSizeDownTex->GetWidth();
+    const double sdH = m_pSizeDownTex->GetHeight();
+    m_nCellsX = (GLsizei)std::min(sdW, ceil(w / s) + 2.0);
+    m_nCellsY = (GLsizei)std::min(sdH, ceil(h / s) + 2.0);
 }
 
 int GEShaderDot::ProcBlock(unsigned, unsigned, int, int) {
@@ -398,12 +415,17 @@ int GEShaderDot::ProcBlock(unsigned, unsigned, int, int) {
     }
     m_pSizeDownFbo->Bind();
     glViewport(0, 0, (GLsizei)m_pSizeDownTex->GetWidth(), (GLsizei)m_pSizeDownTex->GetHeight());
+    // Pass 2 reads one texel a cell from the texture's corner: the scissor
+    // keeps pass 1 to it (the texels it draws are those of the whole pass).
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(0, 0, m_nCellsX, m_nCellsY);
     m_pPass1->Use();
     m_pPass1->SetVertexCoord(g_nQuadPosSize, g_fQuadPos);
     m_pPass1->Uniform4f(GLProgDotPass1::UNIFORM_CROP, m_afPass1Crop[0], m_afPass1Crop[1],
                         m_afPass1Crop[2], m_afPass1Crop[3]);
     m_pPass1->SetTextureCoord(g_nQuadTexCoordSize, m_afPass1Coord);
     m_pPass1->Draw();
+    glDisable(GL_SCISSOR_TEST);
 
     m_pDstFbo->Bind();
     glViewport((GLint)m_nRenderX, (GLint)m_nRenderY, (GLsizei)m_nRenderW, (GLsizei)m_nRenderH);
@@ -480,6 +502,7 @@ int GEShaderDot::LoadTile(unsigned x, unsigned y, unsigned w, unsigned h, unsign
     AffineQuad(m_afSizeDownCoord, ((double)x / sp - cols.first) / sdW, (double)w / sp / sdW,
                ((double)y / sp - rows.first) / sdH, (double)h / sp / sdH);
     AffineQuad(m_afMaskCoord, (double)x / sp, (double)w / sp, (double)y / sp, (double)h / sp);
+    SetCellsRead(w, h, sp);
     return 1;
 }
 

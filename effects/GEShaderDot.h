@@ -117,6 +117,8 @@ private:
     int LoadMasks();
     // The coordinates of the preview's passes.
     void SetPreviewCoords();
+    // m_nCellsX, m_nCellsY for a block of w x h pixels and cells of s.
+    void SetCellsRead(double w, double h, double s);
     // A capture tile: the converter fills the tile texture with the source
     // pixels of the cells the tile (x, y, w, h) shows, and the coordinates of
     // both passes are set so that those cells are the picture's own. 1 / 0.
@@ -141,6 +143,9 @@ private:
     GLfloat m_afPass1Crop[4];
     GLfloat m_afSizeDownCoord[8];
     GLfloat m_afMaskCoord[8];
+    // The corner of the size-down texture that pass 2 reads (one texel per
+    // cell the block shows, and one to spare): pass 1 draws nothing else.
+    GLsizei m_nCellsX, m_nCellsY;
 };
 
 #endif

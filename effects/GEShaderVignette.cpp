@@ -154,6 +154,11 @@ int GEShaderVignette::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, u
         !GEShader::Init(src, a, x, y, w, h, capture, conv)) {
         return 0;
     }
+    // The width compensation maps the picture onto the 32-aligned texture:
+    // the crop stays in fractions of the picture, the whole of it until
+    // SetCrop says otherwise (the base's share of the texture would count
+    // twice).
+    SetCrop(0.0f, 0.0f, 1.0f, 1.0f);
     GLProgVignette* prog;
     if (m_bCapture) {
         GE_LOGI(s_log, "[%s] Creating vignette large shader", "Init");

@@ -560,12 +560,18 @@ int GEShader::FinishInit() {
 }
 
 int GEShader::ProcPreview(const GLProgram* prog, unsigned a, unsigned b, int c, int d) {
-    if (!m_bInited || prog == nullptr) {
+    // An effect initialised for capture may make its programs only when a
+    // capture runs: it is told that frames are not its mode.
+    if (!m_bInited) {
         GE_LOGE(m_log, "[%s] effect not initialized", "ProcFrame");
         return 0;
     }
     if (m_bCapture) {
         GE_LOGE(m_log, "[%s] Preview mode only", "ProcFrame");
+        return 0;
+    }
+    if (prog == nullptr) {
+        GE_LOGE(m_log, "[%s] effect not initialized", "ProcFrame");
         return 0;
     }
     ProcBlock(a, b, c, d);

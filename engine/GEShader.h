@@ -180,9 +180,10 @@ protected:
     // leave". 1.
     int FinishInit();
     // The preview ProcFrame: 0 with "[ProcFrame] effect not initialized"
-    // when the effect is not initialised or has no program `prog`, 0 with
-    // "[ProcFrame] Preview mode only" in capture mode; otherwise
-    // ProcBlock(a, b, c, d) and 1, whatever it returned.
+    // when the effect is not initialised, 0 with "[ProcFrame] Preview mode
+    // only" in capture mode, 0 with the first line again when it has no
+    // program `prog`; otherwise ProcBlock(a, b, c, d) and 1, whatever it
+    // returned.
     int ProcPreview(const GLProgram* prog, unsigned a, unsigned b, int c, int d);
     // A single-pass ProcBlock: binds m_pDstFbo, sets the viewport to the
     // render rectangle, uses `prog`, draws the quad with the texture

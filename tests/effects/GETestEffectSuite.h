@@ -244,6 +244,9 @@ inline void RunSeamRow(const SeamRow& r) {
         return b;
     };
     const std::set<int> bx = borders(sx, kCapW), by = borders(sy, kCapH);
+    if (bx.empty() && by.empty()) {
+        return;  // the picture read whole (Fisheye): one tile at this size
+    }
     ASSERT_FALSE(bx.empty() || by.empty());
     Steps s;
     const unsigned char* uv = out[0].data() + kCapW * kCapH;

@@ -13,6 +13,10 @@
 
 using namespace getest;
 
+namespace getest {
+void DotMasks(const GETestRoot& root);  // test_effects_geometry.cpp
+}  // namespace getest
+
 namespace {
 
 RGB BypassOf(const At& a) {
@@ -83,6 +87,9 @@ const SeamRow kSeamRows[] = {
     {{"tilt-shift", 7, {98}, {0, 0, 0, 14}, nullptr}, Smooth},
     {{"sketch", 17, {}, {}, nullptr}, FlatLuma, 128, 96},
     {{"color sketch", 18, {}, {}, nullptr}, FlatLuma, 128, 96},
+    {{"fisheye", 3, {100}, {600, 20}, nullptr}, Smooth},
+    {{"vignette", 4, {50}, {600, 20, 40, 20}, nullptr}, Smooth},
+    {{"dots", 5, {}, {}, DotMasks}, Smooth},
 };
 
 TEST(EffectSeams, EveryEffectCapturesWithoutSeams) {
@@ -100,6 +107,8 @@ TEST(EffectSeams, EveryEffectCapturesWithoutSeams) {
 // What every effect refuses, with its own error line, writing nothing and
 // asking the converter for nothing; Deinit may come twice. The blur family
 // takes parameters at any time, without a word, and answers 0 to all.
+// Captures come through the entry the manager calls (both planes named): Dots answers 0
+// from the other one whatever its state (test_effects_geometry.cpp).
 TEST(EffectContract, RefusalsUnderTheEffectsTag) {
     const int E = ANDROID_LOG_ERROR;
     const std::set<unsigned> quietParams = {2, 7, 17, 18};
@@ -117,13 +126,13 @@ TEST(EffectContract, RefusalsUnderTheEffectsTag) {
         rig.man.Inject(e, false, false);
         EXPECT_EQ(0, e->Init(nullptr, 0, 0, 0, kTexW, kTexH, 0, &server));
         EXPECT_EQ(0, e->ProcFrame(0u, 0u, 0, 0));
-        EXPECT_EQ(0, e->ProcFrame(nullptr, out.data(), kTexW, kTexH));
+        EXPECT_EQ(0, e->ProcFrame(nullptr, nullptr, out.data(), kTexW, kTexH));
         EXPECT_EQ(0, e->SetParam(0, 1, 2, 3, 4));
         EXPECT_TRUE(log.HasExact(E, tag, "[ProcFrame] effect not initialized")) << log.Dump();
         EXPECT_EQ(!quietParams.count(effect),
                   log.HasExact(E, tag, "[SetParam] effect not initialized"));
         ASSERT_TRUE(rig.man.Inject(NewEffect(effect), false, true));
-        EXPECT_EQ(0, rig.man.CurrShader()->ProcFrame(nullptr, out.data(), kTexW, kTexH));
+        EXPECT_EQ(0, rig.man.CurrShader()->ProcFrame(nullptr, nullptr, out.data(), kTexW, kTexH));
         EXPECT_TRUE(log.HasExact(E, tag, "[ProcFrame] Capture mode only"));
         ASSERT_TRUE(rig.man.Inject(NewEffect(effect), true, true));
         EXPECT_EQ(0, rig.man.CurrShader()->ProcFrame(0u, 0u, 0, 0));

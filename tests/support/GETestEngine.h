@@ -138,15 +138,16 @@ public:
     // Makes the GPU see what the CPU wrote into the buffer.
     void Clean() { EXPECT_EQ(1, korvo::GPUPostEffect::clean_buffer(gb)); }
     // One preview frame of `img` (at most the buffer's size): expanded into
-    // the buffer, processed, both planes copied out. The planes come back
-    // one after the other; the guard bytes behind them are checked.
+    // the buffer as the plug-in does it (the last column and row repeated
+    // into the padding), processed, both planes copied out. The planes come
+    // back one after the other; the guard bytes behind them are checked.
     std::vector<unsigned char> Preview(const SPImage& img) {
         void* px = nullptr;
         EXPECT_EQ(android::NO_ERROR, gb->lock(android::GraphicBuffer::USAGE_SW_WRITE_OFTEN, &px));
         // As the plug-in expands a frame: the rows padded to the stride with
-        // their last pixel.
-        sp2yuvxs_any(px, (int)gb->getStride(), img.h, img.YPlane(), img.UVPlane(), img.w, img.h, 0,
-                     0, img.w, img.h);
+        // their last pixel, the rows below with the last row.
+        sp2yuvxs_any(px, (int)gb->getStride(), (int)gb->getHeight(), img.YPlane(), img.UVPlane(),
+                     img.w, img.h, 0, 0, img.w, img.h);
         gb->unlock();
         Clean();
         const size_t n = (size_t)img.w * img.h;
