@@ -14,6 +14,7 @@ const char kVertex[] =
     "precision highp float;\n"      \
     "uniform sampler2D s_tex0;\n"   \
     "uniform sampler2D s_tex1;\n"   \
+    "uniform sampler2D s_tex2;\n"   \
     "uniform mat4 u_mat;\n"         \
     "uniform vec2 u_shift[14];\n"   \
     "uniform float u_weight[15];\n" \
@@ -39,6 +40,15 @@ const char kChroma[] = HEAD
     "    vec4 u = vec4(-0.168727, -0.33126147, 0.5, 0.5);\n"
     "    vec4 v = vec4(0.5, -0.4186829, -0.0813089, 0.5);\n"
     "    gl_FragColor = vec4(dot(v, a), dot(u, a), dot(v, b), dot(u, b));\n"
+    "}\n";
+
+const char kLook[] = HEAD
+    "void main() {\n"
+    "    vec4 c = u_mat * texture2D(s_tex0, v_tex);\n"
+    "    c.r = texture2D(s_tex1, vec2(c.r, 0.5)).r;\n"
+    "    c.g = texture2D(s_tex1, vec2(c.g, 0.5)).g;\n"
+    "    c.b = texture2D(s_tex1, vec2(c.b, 0.5)).b;\n"
+    "    gl_FragColor = vec4(c.rgb * texture2D(s_tex2, v_tex).r, 1.0);\n"
     "}\n";
 
 #define TAP(k, g) "    sum += texture2D(s_tex0, v_tex + u_shift[" #k "]) * u_weight[" #g "];\n"
@@ -84,6 +94,7 @@ GLuint Build(const char* fs) {
     glUseProgram(prog);
     glUniform1i(glGetUniformLocation(prog, "s_tex0"), 0);
     glUniform1i(glGetUniformLocation(prog, "s_tex1"), 1);
+    glUniform1i(glGetUniformLocation(prog, "s_tex2"), 2);
     glUniformMatrix4fv(glGetUniformLocation(prog, "u_mat"), 1, GL_FALSE, kMat);
     return prog;
 }
@@ -100,8 +111,11 @@ BarePipeline::~BarePipeline() {
         glDeleteFramebuffers(1, &t->fbo);
         glDeleteTextures(1, &t->tex);
     }
-    glDeleteTextures(1, &m_nFrameTex);
-    for (GLuint p : {m_nProgRgb, m_nProgY, m_nProgUV, m_nProgBlurH, m_nProgBlurV, m_nProgSizeUp}) {
+    for (const GLuint* t : {&m_nFrameTex, &m_nCurveTex, &m_nMaskTex}) {
+        glDeleteTextures(1, t);
+    }
+    for (GLuint p : {m_nProgRgb, m_nProgY, m_nProgUV, m_nProgBlurH, m_nProgBlurV, m_nProgSizeUp,
+                     m_nProgLook}) {
         glDeleteProgram(p);
     }
 }
@@ -120,6 +134,18 @@ bool BarePipeline::MakeTarget(Target* t, int w, int h, GLenum filter) {
     glBindFramebuffer(GL_FRAMEBUFFER, t->fbo);
     glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, t->tex, 0);
     return glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+}
+
+GLuint BarePipeline::MakeLookUp(int w, int h, const uint8_t* rgba) {
+    GLuint tex = 0;
+    glGenTextures(1, &tex);
+    glBindTexture(GL_TEXTURE_2D, tex);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, w, h, 0, GL_RGBA, GL_UNSIGNED_BYTE, rgba);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    return tex;
 }
 
 bool BarePipeline::Init(int w, int h, Kind kind) {
@@ -167,6 +193,19 @@ bool BarePipeline::Init(int w, int h, Kind kind) {
             glUniform1fv(glGetUniformLocation(p, "u_weight"), 15, weights);
         }
     }
+    if (kind == kLookUps) {
+        m_nProgLook = Build(kLook);
+        std::vector<uint8_t> curve(256 * 4), mask(64 * 64 * 4);
+        for (size_t i = 0; i < curve.size(); ++i) {
+            curve[i] = uint8_t(255 - i / 4);
+        }
+        for (size_t i = 0; i < mask.size(); ++i) {
+            mask[i] = uint8_t(i * 7);
+        }
+        m_nCurveTex = MakeLookUp(256, 1, curve.data());
+        m_nMaskTex = MakeLookUp(64, 64, mask.data());
+        ok = ok && m_nProgLook;
+    }
     m_vOut.resize((size_t)planeW * 4 * h * 3 / 2);
     return ok && glGetError() == GL_NO_ERROR;
 }
@@ -195,6 +234,10 @@ void BarePipeline::Frame(const uint8_t* yuvx) {
         Draw(m_nProgBlurH, m_blurH, m_nFrameTex, 0);
         Draw(m_nProgBlurV, m_blurV, m_blurH.tex, 0);
         Draw(m_nProgSizeUp, m_rgb, m_blurV.tex, m_nFrameTex);
+    } else if (m_eKind == kLookUps) {
+        glActiveTexture(GL_TEXTURE2);
+        glBindTexture(GL_TEXTURE_2D, m_nMaskTex);
+        Draw(m_nProgLook, m_rgb, m_nFrameTex, m_nCurveTex);
     } else {
         Draw(m_nProgRgb, m_rgb, m_nFrameTex, 0);
     }

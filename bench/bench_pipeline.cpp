@@ -34,8 +34,9 @@
 //   the same size, and glReadPixels of it, on a context brought up like the
 //   worker's.
 //
-// Bare/WxH, BareBlur/WxH: the bare pipelines of bare_pipeline.h, with the
-//   pass structure of a one-pass effect's frame and of the blur family's,
+// Bare/WxH, BareBlur/WxH, BareLookUps/WxH: the bare pipelines of
+//   bare_pipeline.h, with the pass structure of a one-pass effect's frame,
+//   of the blur family's and of a look effect's one pass with its look-ups,
 //   written straight against GL: what a frame costs without the library.
 // Expand/4000x3000: the CPU expansion of a whole capture; a capture's bare
 //   cost is its tiles' bare cost plus one expansion.
@@ -506,9 +507,19 @@ bool IsBlur(int n) {
     return n == 2 || n == 7 || n == 17 || n == 18;
 }
 
+// The look effects: one pass reading look-up images besides the frame.
+bool IsLook(int n) {
+    return n == 1 || n == 6 || (n >= 10 && n <= 16);
+}
+
+const char* BareName(BarePipeline::Kind kind) {
+    return kind == BarePipeline::kBlur      ? "bareblur "
+           : kind == BarePipeline::kLookUps ? "barelook "
+                                            : "bare ";
+}
+
 void BM_Bare(benchmark::State& state, Size size, BarePipeline::Kind kind) {
-    const std::string row =
-        std::string(kind == BarePipeline::kBlur ? "bareblur " : "bare ") + SizeName(size);
+    const std::string row = BareName(kind) + SizeName(size);
     GEManager* pMan = new GEManager();  // a context like the worker's, current here
     {
         BarePipeline bare;
@@ -608,6 +619,11 @@ void Register() {
             ->Iterations(kPreviewIterations)
             ->UseManualTime()
             ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("BareLookUps/" + sz).c_str(), BM_Bare, s,
+                                     BarePipeline::kLookUps)
+            ->Iterations(kPreviewIterations)
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
         for (int e : Effects()) {
             const std::string name = std::string(EffectName(e)) + "/" + sz;
             benchmark::RegisterBenchmark(("Parts/" + name).c_str(), BM_PreviewParts, e, s)
@@ -687,11 +703,13 @@ void PrintSummary() {
     };
     printf(
         "\nSummary (median ms; x = ratio to the old GL floor of the same size, b = to the bare "
-        "pipeline of the effect's pass structure, B = to Bloom, all in this run; cpu = CPU time "
-        "of the whole process, which moves less with the machine's load than the wall clock)\n");
-    printf("\nPreview\n%-22s %6s %6s %6s %6s %7s %7s %7s %7s %7s %7s %7s %7s %7s\n", "", "expand",
-           "upload", "render", "copy", "parts", "whole", "floor", "bare", "whole/x", "whole/b",
-           "whole/B", "cpu", "cpu/b");
+        "pipeline of the effect's pass structure, l = to the bare one pass with four look-ups "
+        "(look "
+        "effects), B = to Bloom, all in this run; cpu = CPU time of the whole process, which "
+        "moves less with the machine's load than the wall clock)\n");
+    printf("\nPreview\n%-22s %6s %6s %6s %6s %7s %7s %7s %7s %7s %7s %7s %7s %7s %7s\n", "",
+           "expand", "upload", "render", "copy", "parts", "whole", "floor", "bare", "whole/x",
+           "whole/b", "whole/l", "whole/B", "cpu", "cpu/b");
     for (const Size& s : kPreviewSizes) {
         const double floorMs = med("floor " + SizeName(s) + "/floor");
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(s) + "/whole");
@@ -704,25 +722,26 @@ void PrintSummary() {
             }
             const std::string bareRow = (IsBlur(e) ? "bareblur " : "bare ") + SizeName(s);
             const double bare = med(bareRow + "/bare");
+            const double look = IsLook(e) ? med("barelook " + SizeName(s) + "/bare") : -1.0;
             const double cpu = med(row + "/wholecpu");
-            printf("%-22s %s %s %s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
+            printf("%-22s %s %s %s %s %s %s %s %s %s %s %s %s %s %s\n", row.c_str(),
                    Cell(med(row + "/expand"), 6, 2).c_str(),
                    Cell(med(row + "/upload"), 6, 2).c_str(), Cell(render, 6, 2).c_str(),
                    Cell(med(row + "/copy"), 6, 2).c_str(), Cell(med(row + "/parts"), 7, 2).c_str(),
                    Cell(whole, 7, 2).c_str(), Cell(floorMs, 7, 2).c_str(), Cell(bare, 7, 2).c_str(),
                    Ratio(whole, floorMs, 7).c_str(), Ratio(whole, bare, 7).c_str(),
-                   Ratio(whole, bloomMs, 7).c_str(), Cell(cpu, 7, 2).c_str(),
-                   Ratio(cpu, med(bareRow + "/barecpu"), 7).c_str());
+                   Ratio(whole, look, 7).c_str(), Ratio(whole, bloomMs, 7).c_str(),
+                   Cell(cpu, 7, 2).c_str(), Ratio(cpu, med(bareRow + "/barecpu"), 7).c_str());
         }
     }
     const double floorMs = med("floor " + SizeName(kCaptureSize) + "/floor");
     const double expandMs = med("expand " + SizeName(kCaptureSize) + "/expand");
     printf(
         "\nCapture %s (old GL floor %s ms, expansion %s ms; bare = tiles x bare tile + one "
-        "expansion)\n%-36s %7s %7s %13s %6s %7s %7s %7s %7s %7s %7s %7s\n",
+        "expansion)\n%-36s %7s %7s %13s %6s %7s %7s %7s %7s %7s %7s %7s %7s\n",
         SizeName(kCaptureSize).c_str(), Cell(floorMs, 1, 2).c_str(), Cell(expandMs, 1, 2).c_str(),
         "", "bringup", "fetch", "gpu+blockcopy", "copy", "parts", "whole", "bare", "whole/b",
-        "whole/B", "cpu", "cpu/b");
+        "whole/l", "whole/B", "cpu", "cpu/b");
     for (const Size& tile : kPreviewSizes) {
         const double bloomMs = med(std::string(EffectName(kBloom)) + " " + SizeName(kCaptureSize) +
                                    " /" + SizeName(tile) + "/whole");
@@ -741,15 +760,17 @@ void PrintSummary() {
             const double bare = bareTile < 0 || expandMs < 0 ? -1.0 : tiles * bareTile + expandMs;
             const double bareCpu =
                 bareTileCpu < 0 || expandMs < 0 ? -1.0 : tiles * bareTileCpu + expandMs;
+            const double lookTile = IsLook(e) ? med("barelook " + SizeName(tile) + "/bare") : -1.0;
+            const double look = lookTile < 0 || expandMs < 0 ? -1.0 : tiles * lookTile + expandMs;
             const double cpu = med(row + "/wholecpu");
-            printf("%-36s %s %s %s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
-                   Cell(med(row + "/bringup"), 7, 1).c_str(),
-                   Cell(med(row + "/fetch"), 7, 1).c_str(),
-                   Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
-                   Cell(med(row + "/copy"), 6, 1).c_str(), Cell(med(row + "/parts"), 7, 1).c_str(),
-                   Cell(whole, 7, 1).c_str(), Cell(bare, 7, 1).c_str(),
-                   Ratio(whole, bare, 7).c_str(), Ratio(whole, bloomMs, 7).c_str(),
-                   Cell(cpu, 7, 1).c_str(), Ratio(cpu, bareCpu, 7).c_str());
+            printf(
+                "%-36s %s %s %s %s %s %s %s %s %s %s %s %s\n", (row + " tiles").c_str(),
+                Cell(med(row + "/bringup"), 7, 1).c_str(), Cell(med(row + "/fetch"), 7, 1).c_str(),
+                Cell(med(row + "/gpu+blockcopy"), 13, 1).c_str(),
+                Cell(med(row + "/copy"), 6, 1).c_str(), Cell(med(row + "/parts"), 7, 1).c_str(),
+                Cell(whole, 7, 1).c_str(), Cell(bare, 7, 1).c_str(), Ratio(whole, bare, 7).c_str(),
+                Ratio(whole, look, 7).c_str(), Ratio(whole, bloomMs, 7).c_str(),
+                Cell(cpu, 7, 1).c_str(), Ratio(cpu, bareCpu, 7).c_str());
         }
     }
     printf(
