@@ -9,8 +9,8 @@
 #include <unistd.h>
 
 #include <mutex>
-#include <vector>
 
+#include "GEHostMemory.h"
 #include "GEHostState.h"
 
 namespace android {
@@ -30,114 +30,6 @@ void DecRef(android_native_base_t* base) {
 bool IsYUV(PixelFormat format) {
     return format == HAL_PIXEL_FORMAT_YCrCb_420_SP || format == HAL_PIXEL_FORMAT_YCbCr_422_SP ||
            format == HAL_PIXEL_FORMAT_YV12;
-}
-
-// The memory behind a buffer: a memfd mapped once, and its coherence record.
-struct Memory {
-    int fd = -1;
-    void* base = nullptr;
-    size_t bytes = 0;
-    gehost::HostBuffer* host = nullptr;
-};
-
-// Memory of buffers that went away, kept for the next buffer of the same
-// byte size, as a device's gralloc keeps freed pages in pools: mapping a
-// fresh memfd costs a page fault on the first touch of every page, and its
-// coherence record allocates a snapshot as large as the buffer. A camera
-// switching effects frees and allocates the same converter buffers each time.
-// The oldest memory goes first once more than kSpareBytes are kept.
-const size_t kSpareBytes = 48u << 20;
-
-std::vector<Memory>& Spares() {
-    static std::vector<Memory>* s_spares = new std::vector<Memory>();
-    return *s_spares;
-}
-
-std::mutex& SpareLock() {
-    static std::mutex s_lock;
-    return s_lock;
-}
-
-void Release(Memory* mem) {
-    if (mem->base != nullptr) {
-        munmap(mem->base, mem->bytes);
-    }
-    if (mem->fd >= 0) {
-        close(mem->fd);
-    }
-    delete mem->host;
-    *mem = Memory();
-}
-
-bool MapFresh(size_t bytes, Memory* mem) {
-    int fd = memfd_create("GraphicBuffer", MFD_CLOEXEC);
-    if (fd < 0) {
-        return false;
-    }
-    void* base = MAP_FAILED;
-    if (ftruncate(fd, (off_t)bytes) == 0) {
-        base = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    }
-    if (base == MAP_FAILED) {
-        close(fd);
-        return false;
-    }
-    mem->fd = fd;
-    mem->base = base;
-    mem->bytes = bytes;
-    mem->host = new gehost::HostBuffer();
-    mem->host->snapshot.assign(bytes, 0);  // fresh memfd pages read as zero
-    return true;
-}
-
-// Spare memory of exactly `bytes`, zeroed like a fresh memfd, with a record
-// that agrees with it and is bound to nothing.
-bool TakeSpare(size_t bytes, Memory* mem) {
-    {
-        std::lock_guard<std::mutex> lock(SpareLock());
-        std::vector<Memory>& spares = Spares();
-        for (size_t i = spares.size(); i-- > 0;) {
-            if (spares[i].bytes == bytes) {
-                *mem = spares[i];
-                spares.erase(spares.begin() + (long)i);
-                break;
-            }
-        }
-    }
-    if (mem->base == nullptr) {
-        return false;
-    }
-    memset(mem->base, 0, bytes);
-    memset(mem->host->snapshot.data(), 0, bytes);
-    mem->host->bindings.clear();
-    return true;
-}
-
-// Keeps `mem` for a later buffer (and empties *mem), or leaves it for the
-// caller to release when it is too large to keep.
-void KeepSpare(Memory* mem) {
-    if (mem->bytes > kSpareBytes) {
-        return;
-    }
-    std::vector<Memory> evicted;
-    {
-        std::lock_guard<std::mutex> lock(SpareLock());
-        std::vector<Memory>& spares = Spares();
-        spares.push_back(*mem);
-        size_t total = 0;
-        for (const Memory& m : spares) {
-            total += m.bytes;
-        }
-        while (total > kSpareBytes) {
-            total -= spares.front().bytes;
-            evicted.push_back(spares.front());
-            spares.erase(spares.begin());
-        }
-    }
-    *mem = Memory();
-    for (Memory& m : evicted) {
-        Release(&m);
-    }
 }
 
 }  // namespace
@@ -162,8 +54,8 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
     if (bytes > (size_t)INT_MAX) {
         return;
     }
-    Memory mem;
-    if (!TakeSpare(bytes, &mem) && !MapFresh(bytes, &mem)) {
+    gehost::SharedMemory mem;
+    if (!gehost::TakeSharedMemory(bytes, true, "GraphicBuffer", &mem)) {
         return;
     }
     const int fd = mem.fd;
@@ -211,7 +103,7 @@ GraphicBuffer::GraphicBuffer(uint32_t w, uint32_t h, PixelFormat f, uint32_t u) 
 }
 
 GraphicBuffer::~GraphicBuffer() {
-    Memory mem;
+    gehost::SharedMemory mem;
     if (mpHost) {
         std::lock_guard<std::mutex> lock(gehost::HostLock());
         gehost::UnregisterBuffer(mpHost);
@@ -226,10 +118,7 @@ GraphicBuffer::~GraphicBuffer() {
         delete hnd;
         mpHandle = nullptr;
     }
-    if (mem.host != nullptr && mem.base != nullptr) {
-        KeepSpare(&mem);
-    }
-    Release(&mem);
+    gehost::GiveBackSharedMemory(&mem);
 }
 
 ANativeWindowBuffer* GraphicBuffer::getNativeBuffer() const {

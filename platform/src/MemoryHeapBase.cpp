@@ -1,8 +1,13 @@
-// Host shared memory heaps: a memfd of whole pages, mapped once.
+// Host shared memory heaps: a memfd of whole pages, mapped once. A heap
+// mapped read-write takes its memory from the platform's kept shared memory
+// and gives it back when it goes (GEHostMemory.h); one mapped read-only or
+// not at all has a memfd of its own.
 #include <binder/MemoryHeapBase.h>
 
 #include <sys/mman.h>
 #include <unistd.h>
+
+#include "GEHostMemory.h"
 
 namespace android {
 
@@ -13,7 +18,17 @@ MemoryHeapBase::MemoryHeapBase(size_t size, uint32_t flags, const char* name)
         return;
     }
     const size_t bytes = (size + page - 1) / page * page;
-    int fd = memfd_create(name != nullptr ? name : "MemoryHeapBase", MFD_CLOEXEC);
+    const char* label = name != nullptr ? name : "MemoryHeapBase";
+    if ((flags & (READ_ONLY | DONT_MAP_LOCALLY)) == 0) {
+        gehost::SharedMemory mem;
+        if (gehost::TakeSharedMemory(bytes, false, label, &mem)) {
+            mFD = mem.fd;
+            mBase = mem.base;
+            mSize = bytes;
+        }
+        return;
+    }
+    int fd = memfd_create(label, MFD_CLOEXEC);
     if (fd < 0) {
         return;
     }
@@ -22,8 +37,7 @@ MemoryHeapBase::MemoryHeapBase(size_t size, uint32_t flags, const char* name)
         return;
     }
     if ((flags & DONT_MAP_LOCALLY) == 0) {
-        const int prot = (flags & READ_ONLY) ? PROT_READ : PROT_READ | PROT_WRITE;
-        void* base = mmap(nullptr, bytes, prot, MAP_SHARED, fd, 0);
+        void* base = mmap(nullptr, bytes, PROT_READ, MAP_SHARED, fd, 0);
         if (base == MAP_FAILED) {
             close(fd);
             return;
@@ -35,6 +49,14 @@ MemoryHeapBase::MemoryHeapBase(size_t size, uint32_t flags, const char* name)
 }
 
 MemoryHeapBase::~MemoryHeapBase() {
+    if (mFD >= 0 && (mFlags & (READ_ONLY | DONT_MAP_LOCALLY)) == 0) {
+        gehost::SharedMemory mem;
+        mem.fd = mFD;
+        mem.base = mBase;
+        mem.bytes = mSize;
+        gehost::GiveBackSharedMemory(&mem);
+        return;
+    }
     if (mBase != MAP_FAILED) {
         munmap(mBase, mSize);
     }

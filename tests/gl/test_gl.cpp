@@ -5,6 +5,7 @@
 #include <GLES2/gl2.h>
 #include <GLES2/gl2ext.h>
 #include <android/log.h>
+#include <binder/MemoryHeapBase.h>
 #include <gralloc_priv.h>
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -171,6 +172,22 @@ TEST_F(GLToolkitTest, BuffersOverKeptMemoryStartClean) {
         green[i + 1] = green[i + 3] = 0xFF;
     }
     EXPECT_EQ(green, Pixels(p, p + n));
+}
+
+// So does a capture's working heap over the memory of the last one.
+TEST(HostMemory, HeapsOverKeptMemoryStartClean) {
+    const size_t n = 3 * 4096;
+    const void* kept = nullptr;
+    {
+        android::sp<android::MemoryHeapBase> heap = new android::MemoryHeapBase(n, 0x200);
+        ASSERT_GE(heap->getHeapID(), 0);
+        kept = heap->getBase();
+        memset(heap->getBase(), 0xAB, n);
+    }
+    android::sp<android::MemoryHeapBase> heap = new android::MemoryHeapBase(n, 0x200);
+    const unsigned char* p = static_cast<const unsigned char*>(heap->getBase());
+    ASSERT_EQ(kept, p) << "the memory was not kept";
+    EXPECT_EQ(Pixels(n, 0), Pixels(p, p + n));
 }
 
 const char kVsQuad[] =
