@@ -307,7 +307,9 @@ TEST_F(EndToEnd, BadInputGetsResultCodesAndTouchesNothing) {
         const SPImage narrow = SPImage::Pattern(w, 16, w);
         CameraBuffer buf(narrow.data.size());
         memcpy(buf.Base(), narrow.data.data(), narrow.data.size());
-        ASSERT_EQ(0, effect->handleCapture(w, 16, buf.Fd(), buf.Base(), 0, w * 16)) << w;
+        // The 16-wide one from a heap without a descriptor: no size to check.
+        const int fd = w == 16 ? -1 : buf.Fd();
+        ASSERT_EQ(0, effect->handleCapture(w, 16, fd, buf.Base(), 0, w * 16)) << w;
         EXPECT_EQ(0, Compare(narrow, buf.Base(), buf.Base() + w * 16, Identity, Bloom, "narrow"));
     }
     EXPECT_EQ(0, effect->stop());
