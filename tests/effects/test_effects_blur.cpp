@@ -361,12 +361,12 @@ const EffectRow kBlurRows[] = {
     // The circle in the whole picture; r below 0.1 raised to 0.1.
     {{"dof circle", 2, {98}, {600, 10, 25, 14}, nullptr}, Checker, DoFCheckerOf, 3.0, 128, 96},
     {{"dof small", 2, {90}, {0, 12, 1, 13}, nullptr}, Checker, DoFCheckerOf, 3.0, 128, 96},
-    // Tilt-shift: the band at the finger point with squared edges; the blur
-    // partly mixed in below level 75.
+    // Tilt-shift: the band at the finger point with squared edges.
     {{"tilt-shift", 7, {98}, {960, 12, 40, 26}, nullptr}, PatternImage, TSOf, 2.0, 0},
-    {{"tilt-shift 40", 7, {40}, {960, 12, 40, 26}, nullptr}, PatternImage, TSOf, 2.0, 0},
     // Tiles overlap by five taps' reach; taps 6 and 7 read a tile's edge.
+    // Below level 75 the blur is only partly mixed in.
     {{"tilt-shift band", 7, {98}, {960, 12, 32, 26}, nullptr}, Checker, TSCheckerOf, 3.0},
+    {{"tilt-shift band 40", 7, {40}, {960, 12, 32, 26}, nullptr}, Checker, TSCheckerOf, 3.0},
     {{"sketch black", 17, {}, {}, nullptr}, Black, SketchOf, 1.0, 128, 96},
     {{"sketch dots", 17, {}, {}, nullptr}, Dots, SketchOf, 1.0, 128, 96},
     {{"color sketch dots", 18, {}, {}, nullptr}, Dots, ColorSketchOf, 1.0, 128, 96},
