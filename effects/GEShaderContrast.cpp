@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "effects/GELookUp.h"
 #include "gl/GLTexture.h"
 
 namespace {
@@ -40,8 +39,6 @@ const char kLargeFragment[] = CONTRAST_HEAD
     "    vec4 p = u_mat_yuv2rgb * texture2D(s_texture0, v_textureCoord);\n" CONTRAST_BODY
     "    gl_FragColor = p * texture2D(s_vignette, v_globalTexCoord);\n"
     "}\n";
-
-const float kMaskTolerance = 0.0001f;
 
 }  // namespace
 
@@ -82,26 +79,11 @@ int GEShaderContrast::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, u
         return 0;
     }
     GE_LOGI(s_log, "[%s] Creating cross curve texture", "Init");
-    delete m_apLookUp[CURVE_CROSS];
-    m_apLookUp[CURVE_CROSS] = GELoadLookUp(s_log, "CurveCross.bmp", GL_RGB, GL_UNSIGNED_BYTE, true,
-                                           "[%s] can't new cross tex", "[%s] can't load cross tex");
-    if (m_apLookUp[CURVE_CROSS] == nullptr) {
-        return 0;
-    }
-    GE_LOGI(s_log, "[%s] Creating vignette texture", "Init");
-    const float ratio = (float)w / (float)h;
-    GE_LOGI(s_log, "[%s] ratio %f", "Init", (double)ratio);
-    delete m_apLookUp[MASK];
-    m_apLookUp[MASK] = GELoadLookUp(s_log, GEVignetteMaskName(ratio, kMaskTolerance), GL_LUMINANCE,
-                                    GL_UNSIGNED_BYTE, true, "[%s] can't new vignette tex",
-                                    "[%s] can't load warm tex");
-    if (m_apLookUp[MASK] == nullptr) {
-        return 0;
-    }
-    // Made as Vintage makes it, though this effect never draws with it.
-    delete m_apLookUp[LEAK];
-    m_apLookUp[LEAK] = GENewLeakTexture(s_log);
-    if (m_apLookUp[LEAK] == nullptr) {
+    if (!LoadLookUp(CURVE_CROSS, "CurveCross.bmp", GL_RGB, GL_UNSIGNED_BYTE, true,
+                    "[%s] can't new cross tex", "[%s] can't load cross tex") ||
+        // The leak texture made as Vintage makes it, though this effect
+        // never draws with it.
+        !LoadVignetteAndLeak(MASK, LEAK, w, h)) {
         return 0;
     }
 

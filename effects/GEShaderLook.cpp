@@ -1,8 +1,16 @@
 #include "effects/GEShaderLook.h"
 
+#include "effects/GELookUp.h"
 #include "gl/GLFbo.h"
 #include "gl/GLQuad.h"
 #include "gl/GLTexture.h"
+
+namespace {
+
+// How close to 16:9 or 5:3 a picture's ratio must be for the wide vignette.
+const float kVignetteTolerance = 0.0001f;
+
+}  // namespace
 
 GEShaderLook::GEShaderLook(GELogTag& log)
     : GEShader(log), m_pProgram(nullptr), m_apLookUp(), m_fStrength(0.0f) {}
@@ -28,6 +36,35 @@ int GEShaderLook::TakeProgram(GLProgLook* prog, const char* szNewFail, const cha
     delete m_pProgram;
     m_pProgram = prog;
     return LoadProgram(prog, szNewFail, szLoadFail);
+}
+
+int GEShaderLook::LoadLookUp(unsigned index, const char* name, unsigned format, unsigned type,
+                             bool bOverride, const char* szNewFail, const char* szLoadFail) {
+    delete m_apLookUp[index];
+    m_apLookUp[index] = GELoadLookUp(m_log, name, format, type, bOverride, szNewFail, szLoadFail);
+    return m_apLookUp[index] != nullptr;
+}
+
+int GEShaderLook::LoadVignetteAndLeak(unsigned maskIndex, unsigned leakIndex, unsigned w,
+                                      unsigned h) {
+    GE_LOGI(m_log, "[%s] Creating vignette texture", "Init");
+    const float ratio = (float)w / (float)h;
+    GE_LOGI(m_log, "[%s] ratio %f", "Init", (double)ratio);
+    if (!LoadLookUp(maskIndex, GEVignetteMaskName(ratio, kVignetteTolerance), GL_LUMINANCE,
+                    GL_UNSIGNED_BYTE, true, "[%s] can't new vignette tex",
+                    "[%s] can't load warm tex")) {
+        return 0;
+    }
+    delete m_apLookUp[leakIndex];
+    m_apLookUp[leakIndex] = GENewLeakTexture(m_log);
+    return m_apLookUp[leakIndex] != nullptr;
+}
+
+float GEShaderLook::ScreenRatio(const GLTexture* src) {
+    const float ratio = (float)src->GetWidth() / (float)src->GetHeight();
+    GE_LOGI(m_log, "[%s] screen ratio = %u/%u = %f", "Init", src->GetWidth(), src->GetHeight(),
+            (double)ratio);
+    return ratio;
 }
 
 void GEShaderLook::BindLookUp(unsigned slot, unsigned index) {

@@ -34,6 +34,17 @@ protected:
     // program: loads it with the effect's error lines and puts the frame
     // into its slot 0. 1 / 0.
     int TakeProgram(GLProgLook* prog, const char* szNewFail, const char* szLoadFail);
+    // Replaces look-up texture `index` of m_apLookUp with the image `name`,
+    // loaded as GELoadLookUp loads it with the rest of the arguments. 1 / 0.
+    int LoadLookUp(unsigned index, const char* name, unsigned format, unsigned type, bool bOverride,
+                   const char* szNewFail, const char* szLoadFail);
+    // Vintage's and Contrast's vignette: "[Init] Creating vignette texture",
+    // the picture's ratio w / h, the mask it chooses (a failure reported with
+    // the warm curve's words) into `maskIndex` and the light-leak texture
+    // into `leakIndex`. 1 / 0.
+    int LoadVignetteAndLeak(unsigned maskIndex, unsigned leakIndex, unsigned w, unsigned h);
+    // The width / height of `src`, logged as "[Init] screen ratio = ...".
+    float ScreenRatio(const GLTexture* src);
     // Puts look-up texture `index` of m_apLookUp into program slot `slot`.
     void BindLookUp(unsigned slot, unsigned index);
     // One block: binds m_pDstFbo, sets the viewport to the render

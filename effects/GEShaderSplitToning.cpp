@@ -179,27 +179,20 @@ int GEShaderSplitToning::Init(GLTexture* src, unsigned a, unsigned x, unsigned y
     const char* mask = m_look.fMaskTolerance > 0.0f
                            ? GEVignetteMaskName((float)w / (float)h, m_look.fMaskTolerance)
                            : g_szMaskWide;
-    delete m_apLookUp[MASK];
-    m_apLookUp[MASK] = GELoadLookUp(m_log, mask, GL_LUMINANCE, GL_UNSIGNED_BYTE, false, nullptr,
-                                    m_look.szMaskFail);
-    if (m_apLookUp[MASK] == nullptr) {
+    if (!LoadLookUp(MASK, mask, GL_LUMINANCE, GL_UNSIGNED_BYTE, false, nullptr,
+                    m_look.szMaskFail)) {
         return 0;
     }
     BindLookUp(1, MASK);
-    delete m_apLookUp[CONTRAST_RAMP];
-    m_apLookUp[CONTRAST_RAMP] =
-        GELoadLookUp(m_log, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
-                     m_look.szContrastFail);
-    if (m_apLookUp[CONTRAST_RAMP] == nullptr) {
+    if (!LoadLookUp(CONTRAST_RAMP, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false,
+                    nullptr, m_look.szContrastFail)) {
         return 0;
     }
     BindLookUp(2, CONTRAST_RAMP);
     if (m_look.bMono) {
         m_fWidthComp = (float)m_nRenderW / (float)src->GetAllocWidth();
     } else {
-        m_fScreenRatio = (float)src->GetWidth() / (float)src->GetHeight();
-        GE_LOGI(m_log, "[%s] screen ratio = %u/%u = %f", "Init", src->GetWidth(), src->GetHeight(),
-                (double)m_fScreenRatio);
+        m_fScreenRatio = ScreenRatio(src);
         SetPartialTexCoord();
     }
     return FinishInit();

@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "effects/GELookUp.h"
 #include "gl/GECommon.h"
 #include "gl/GLTexture.h"
 
@@ -136,25 +135,18 @@ int GEShaderStylize::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, un
     if (!TakeProgram(NewProgram(), "[%s] can't new program", "[%s] can't load program")) {
         return 0;
     }
-    delete m_apLookUp[COLOR_RAMP];
-    m_apLookUp[COLOR_RAMP] = GELoadLookUp(m_log, "stylizeColorRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE,
-                                          false, nullptr, "[%s] \t\tcan't load LUT tex");
-    if (m_apLookUp[COLOR_RAMP] == nullptr) {
+    if (!LoadLookUp(COLOR_RAMP, "stylizeColorRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
+                    "[%s] \t\tcan't load LUT tex")) {
         return 0;
     }
     BindLookUp(1, COLOR_RAMP);
-    delete m_apLookUp[CONTRAST_RAMP];
-    m_apLookUp[CONTRAST_RAMP] =
-        GELoadLookUp(m_log, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
-                     "[%s] \t\tcan't load contrast tex");
-    if (m_apLookUp[CONTRAST_RAMP] == nullptr) {
+    if (!LoadLookUp(CONTRAST_RAMP, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false,
+                    nullptr, "[%s] \t\tcan't load contrast tex")) {
         return 0;
     }
     BindLookUp(2, CONTRAST_RAMP);
     if (m_look.bScreenRatio) {
-        m_fScreenRatio = (float)src->GetWidth() / (float)src->GetHeight();
-        GE_LOGI(m_log, "[%s] screen ratio = %u/%u = %f", "Init", src->GetWidth(), src->GetHeight(),
-                (double)m_fScreenRatio);
+        m_fScreenRatio = ScreenRatio(src);
     }
     SetPartialTexCoord();
     return FinishInit();

@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "effects/GELookUp.h"
 #include "gl/GECommon.h"
 #include "gl/GLTexture.h"
 
@@ -108,24 +107,17 @@ int GEShaderTwoToneMask::Init(GLTexture* src, unsigned a, unsigned x, unsigned y
     if (!TakeProgram(NewProgram(m_bCapture), "[%s] can't new program", "[%s] can't load program")) {
         return 0;
     }
-    delete m_apLookUp[MASK];
-    m_apLookUp[MASK] = GELoadLookUp(m_log, m_look.szMask, GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
-                                    "[%s] \t\tcan't load Mask tex");
-    if (m_apLookUp[MASK] == nullptr) {
+    if (!LoadLookUp(MASK, m_look.szMask, GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
+                    "[%s] \t\tcan't load Mask tex")) {
         return 0;
     }
     BindLookUp(1, MASK);
-    delete m_apLookUp[CONTRAST_RAMP];
-    m_apLookUp[CONTRAST_RAMP] =
-        GELoadLookUp(m_log, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false, nullptr,
-                     "[%s] \t\tcan't load contrast tex");
-    if (m_apLookUp[CONTRAST_RAMP] == nullptr) {
+    if (!LoadLookUp(CONTRAST_RAMP, "stylizeContrastRamp.bmp", GL_RGB, GL_UNSIGNED_BYTE, false,
+                    nullptr, "[%s] \t\tcan't load contrast tex")) {
         return 0;
     }
     BindLookUp(2, CONTRAST_RAMP);
-    m_fScreenRatio = (float)src->GetWidth() / (float)src->GetHeight();
-    GE_LOGI(m_log, "[%s] screen ratio = %u/%u = %f", "Init", src->GetWidth(), src->GetHeight(),
-            (double)m_fScreenRatio);
+    m_fScreenRatio = ScreenRatio(src);
     SetPartialTexCoord();
     return FinishInit();
 }

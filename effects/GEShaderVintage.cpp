@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "effects/GELookUp.h"
 #include "gl/GLQuad.h"
 #include "gl/GLTexture.h"
 
@@ -64,9 +63,6 @@ const Look kLooks[] = {
     {"CurveSepia.bmp", "[%s] Creating sepia curve texture", "[%s] can't new sepia tex",
      "[%s] can't load sepia tex", "[%s] Vintage - Sepia"},
 };
-
-// The tolerance of the mask choice by ratio.
-const float kMaskTolerance = 0.0001f;
 
 }  // namespace
 
@@ -140,28 +136,12 @@ int GEShaderVintage::Init(GLTexture* src, unsigned a, unsigned x, unsigned y, un
     }
     for (unsigned i = CURVE_CROSS; i <= CURVE_SEPIA; ++i) {
         GE_LOGI(s_log, kLooks[i].szCreating, "Init");
-        delete m_apLookUp[i];
-        m_apLookUp[i] = GELoadLookUp(s_log, kLooks[i].szFile, GL_RGB, GL_UNSIGNED_BYTE, true,
-                                     kLooks[i].szNewFail, kLooks[i].szLoadFail);
-        if (m_apLookUp[i] == nullptr) {
+        if (!LoadLookUp(i, kLooks[i].szFile, GL_RGB, GL_UNSIGNED_BYTE, true, kLooks[i].szNewFail,
+                        kLooks[i].szLoadFail)) {
             return 0;
         }
     }
-
-    GE_LOGI(s_log, "[%s] Creating vignette texture", "Init");
-    const float ratio = (float)w / (float)h;
-    GE_LOGI(s_log, "[%s] ratio %f", "Init", (double)ratio);
-    // A mask that cannot be loaded is reported with the warm curve's words.
-    delete m_apLookUp[MASK];
-    m_apLookUp[MASK] = GELoadLookUp(s_log, GEVignetteMaskName(ratio, kMaskTolerance), GL_LUMINANCE,
-                                    GL_UNSIGNED_BYTE, true, "[%s] can't new vignette tex",
-                                    "[%s] can't load warm tex");
-    if (m_apLookUp[MASK] == nullptr) {
-        return 0;
-    }
-    delete m_apLookUp[LEAK];
-    m_apLookUp[LEAK] = GENewLeakTexture(s_log);
-    if (m_apLookUp[LEAK] == nullptr) {
+    if (!LoadVignetteAndLeak(MASK, LEAK, w, h)) {
         return 0;
     }
 

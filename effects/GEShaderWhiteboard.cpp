@@ -2,7 +2,6 @@
 
 #include <new>
 
-#include "effects/GELookUp.h"
 #include "gl/GLQuad.h"
 #include "gl/GLTexture.h"
 
@@ -106,10 +105,8 @@ int GEShaderWhiteboard::Init(GLTexture* src, unsigned a, unsigned x, unsigned y,
     }
     // The wording is Vintage's.
     GE_LOGI(s_log, "[%s] Creating cross curve texture", "Init");
-    delete m_apLookUp[0];
-    m_apLookUp[0] = GELoadLookUp(s_log, "ContrastCurveSet.bmp", GL_RGB, GL_UNSIGNED_BYTE, true,
-                                 nullptr, "[%s] can't load contrast curve tex");
-    if (m_apLookUp[0] == nullptr) {
+    if (!LoadLookUp(0, "ContrastCurveSet.bmp", GL_RGB, GL_UNSIGNED_BYTE, true, nullptr,
+                    "[%s] can't load contrast curve tex")) {
         return 0;
     }
     GE_LOGI(s_log, "[%s] Creating Whiteboard shader", "Init");
